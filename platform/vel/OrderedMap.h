@@ -1,0 +1,204 @@
+#pragma once
+
+// The storage of every keyed collection: a hash map whose iteration order is insertion order.
+// A new key goes to the end; replacing a key's value keeps its place; a key deleted and added
+// again goes to the end. That order makes every run reproducible whatever the hash functions.
+//
+// Layout: members live in one dense vector in insertion order (a removed member leaves a dead
+// slot until the next rebuild); an open-addressing table of 32-bit slot numbers finds them. A
+// lookup touches the small index and then the member: fewer cache misses than a node-based map,
+// and iteration is a linear walk. Iterators are slot numbers, so they survive removals and
+// insertions; only an insertion that triggers a rebuild (growth) renumbers the slots.
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "platform/vel/Value.h"
+
+namespace Vel {
+
+// Spreads a key's hash over the index: integers are mixed (their std::hash is the identity),
+// framework values bring their own 32-bit hash().
+struct IndexHasher {
+  template <class T>
+  uint32_t operator()(T const& v) const {
+    if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
+      uint64_t x = static_cast<uint64_t>(v);
+      x ^= x >> 33;
+      x *= 0xff51afd7ed558ccdull;
+      x ^= x >> 33;
+      return static_cast<uint32_t>(x);
+    } else {
+      return v.hash();
+    }
+  }
+};
+
+template <class K, class V, class H = IndexHasher>
+class OrderedMap {
+  static constexpr uint32_t emptySlot = std::numeric_limits<uint32_t>::max();
+  static constexpr uint32_t deadSlot = emptySlot - 1;
+
+  struct Member {
+    K key;
+    V value;
+    uint32_t hash;
+    bool live;
+  };
+
+ public:
+  // What iteration yields: for (auto [key, value] : map).
+  template <class Val>
+  struct MemberRef {
+    K const& key;
+    Val& value;
+  };
+
+  template <class Map, class Val>
+  class Iterator {
+   public:
+    using difference_type = std::ptrdiff_t;
+    using value_type = MemberRef<Val>;
+    Iterator() = default;
+    Iterator(Map* m, std::size_t i) : m_(m), i_(i) { skipDead(); }
+    MemberRef<Val> operator*() const { return {key(), value()}; }
+    K const& key() const { return m_->members_[i_].key; }
+    Val& value() const { return m_->members_[i_].value; }
+    Iterator& operator++() {
+      ++i_;
+      skipDead();
+      return *this;
+    }
+    Iterator operator++(int) {
+      Iterator old = *this;
+      ++*this;
+      return old;
+    }
+    friend bool operator==(Iterator const& a, Iterator const& b) { return a.at() == b.at(); }
+
+   private:
+    void skipDead() {
+      while (i_ < m_->members_.size() && !m_->members_[i_].live) ++i_;
+    }
+    // Position with every end iterator equal, whatever the map's size now.
+    std::size_t at() const {
+      return m_ && i_ < m_->members_.size() ? i_ : std::numeric_limits<std::size_t>::max();
+    }
+    Map* m_ = nullptr;
+    std::size_t i_ = 0;
+  };
+  using iterator = Iterator<OrderedMap, V>;
+  using const_iterator = Iterator<OrderedMap const, V const>;
+
+  OrderedMap() = default;
+  OrderedMap(OrderedMap const&) = delete;
+  OrderedMap& operator=(OrderedMap const&) = delete;
+
+  std::size_t size() const { return live_; }
+  bool empty() const { return live_ == 0; }
+  void reserve(std::size_t n) {
+    if (n > members_.capacity()) members_.reserve(n);
+    if (n * 4 >= index_.size() * 3) rebuild(n);
+  }
+
+  V const* find(K const& k) const {
+    uint32_t const slot = lookup(k, H()(k));
+    return slot == emptySlot ? nullptr : &members_[index_[slot]].value;
+  }
+  V* find(K const& k) {
+    uint32_t const slot = lookup(k, H()(k));
+    return slot == emptySlot ? nullptr : &members_[index_[slot]].value;
+  }
+  bool contains(K const& k) const { return find(k) != nullptr; }
+
+  // Inserts k at the end, or finds it where it is. Returns the value and whether it is new.
+  template <class... Args>
+  std::pair<V*, bool> tryEmplace(K const& k, Args&&... args) {
+    uint32_t const h = H()(k);
+    uint32_t const found = lookup(k, h);
+    if (found != emptySlot) return {&members_[index_[found]].value, false};
+    if ((used_ + 1) * 4 > index_.size() * 3) rebuild(live_ + 1);
+    uint32_t const n = static_cast<uint32_t>(members_.size());
+    members_.push_back(Member{k, V(std::forward<Args>(args)...), h, true});
+    uint32_t slot = freeSlotFor(h);
+    if (index_[slot] == emptySlot) ++used_;
+    index_[slot] = n;
+    ++live_;
+    return {&members_.back().value, true};
+  }
+
+  bool erase(K const& k) {
+    uint32_t const slot = lookup(k, H()(k));
+    if (slot == emptySlot) return false;
+    Member& m = members_[index_[slot]];
+    index_[slot] = deadSlot;
+    m.live = false;
+    // Release what the value holds now (a reference, a reactor), not at the next rebuild.
+    m.value = V();
+    --live_;
+    while (head_ < members_.size() && !members_[head_].live) ++head_;
+    if (live_ == 0) clear();
+    return true;
+  }
+
+  void clear() {
+    members_.clear();
+    index_.assign(index_.size(), emptySlot);
+    used_ = live_ = head_ = 0;
+  }
+
+  iterator begin() { return iterator(this, head_); }
+  iterator end() { return iterator(this, members_.size()); }
+  const_iterator begin() const { return const_iterator(this, head_); }
+  const_iterator end() const { return const_iterator(this, members_.size()); }
+  // The first member in iteration order, or null.
+  K const* firstKey() const { return live_ ? &members_[head_].key : nullptr; }
+
+ private:
+  // The index slot holding k, or emptySlot.
+  uint32_t lookup(K const& k, uint32_t h) const {
+    if (index_.empty()) return emptySlot;
+    std::size_t const mask = index_.size() - 1;
+    for (std::size_t i = h & mask;; i = (i + 1) & mask) {
+      uint32_t const n = index_[i];
+      if (n == emptySlot) return emptySlot;
+      if (n != deadSlot && members_[n].hash == h && members_[n].key == k) {
+        return static_cast<uint32_t>(i);
+      }
+    }
+  }
+  uint32_t freeSlotFor(uint32_t h) const {
+    std::size_t const mask = index_.size() - 1;
+    std::size_t i = h & mask;
+    while (index_[i] != emptySlot && index_[i] != deadSlot) i = (i + 1) & mask;
+    return static_cast<uint32_t>(i);
+  }
+
+  // Drops dead members and sizes the index for `want` members at most half full.
+  void rebuild(std::size_t want) {
+    std::size_t size = 8;
+    while (size < want * 2) size *= 2;
+    std::vector<Member> live;
+    live.reserve(std::max(members_.capacity(), want));
+    for (Member& m : members_) {
+      if (m.live) live.push_back(std::move(m));
+    }
+    members_ = std::move(live);
+    index_.assign(size, emptySlot);
+    for (uint32_t n = 0; n < members_.size(); ++n) index_[freeSlotFor(members_[n].hash)] = n;
+    used_ = live_ = members_.size();
+    head_ = 0;
+  }
+
+  std::vector<Member> members_;
+  std::vector<uint32_t> index_;
+  std::size_t used_ = 0;  // index slots not empty (live or dead)
+  std::size_t live_ = 0;
+  std::size_t head_ = 0;  // first live member
+};
+
+}  // namespace Vel

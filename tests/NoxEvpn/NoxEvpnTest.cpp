@@ -1,0 +1,95 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <sstream>
+
+#include "NoxEvpn/NoxCommon.h"
+#include "NoxEvpn/NoxEvpn.h"
+
+namespace {
+
+using Bridging::VlanId;
+using Gantry::IntfId;
+using Nox::TunnelId;
+
+TEST(Keys, OrderFieldByFieldAndCompareLaterFieldsOnlyOnTies) {
+  Nox::IntfVlanTunnelKey a(IntfId("Ethernet1"), VlanId(10), TunnelId(9));
+  Nox::IntfVlanTunnelKey b(IntfId("Ethernet1"), VlanId(10), TunnelId(10));
+  Nox::IntfVlanTunnelKey c(IntfId("Ethernet1"), VlanId(11), TunnelId(1));
+  Nox::IntfVlanTunnelKey d(IntfId("Ethernet2"), VlanId(1), TunnelId(1));
+  EXPECT_TRUE(a < b && b < c && c < d);
+  EXPECT_TRUE(a <= a && a >= a && !(a < a) && b > a);
+  EXPECT_NE(a, b);
+  EXPECT_EQ(a, Nox::IntfVlanTunnelKey(IntfId("Ethernet01"), VlanId(10), TunnelId(9)));
+  EXPECT_EQ(a.hash(), Nox::IntfVlanTunnelKey(IntfId("Ethernet1"), VlanId(10), TunnelId(9)).hash());
+}
+
+TEST(Keys, HashIsMurmurOfTheFieldHashes) {
+  Nox::IntfVlanKey k(IntfId("Ethernet4"), VlanId(100));
+  uint32_t parts[2] = {IntfId("Ethernet4").hash(), VlanId(100).hash()};
+  EXPECT_EQ(k.hash(), Vel::murmurHash3(parts, sizeof parts));
+  Nox::IntfTunnelKey t(IntfId("Ethernet4"), TunnelId(7));
+  uint32_t tparts[2] = {IntfId("Ethernet4").hash(), TunnelId(7).hash()};
+  EXPECT_EQ(t.hash(), Vel::murmurHash3(tparts, sizeof tparts));
+}
+
+TEST(Keys, TextFormsNameTypeAndFieldsInOrder) {
+  Nox::IntfVlanTunnelKey k(IntfId("Port-Channel3"), VlanId(10), TunnelId(9));
+  EXPECT_EQ(valueToStrep(k),
+            "Value('Nox::IntfVlanTunnelKey', ** {'intfId': Port-Channel3, 'vlanId': 10, "
+            "'tunnelId': 9})");
+  std::ostringstream os;
+  os << Nox::TunnelIdToHwTunnelId(TunnelId(5), Nox::HwTunnelId(600));
+  EXPECT_EQ(os.str(), "Value('Nox::TunnelIdToHwTunnelId', ** {'key': 5, 'hwTunnelId': 600})");
+  EXPECT_EQ(Nox::TunnelIdToHwTunnelId(TunnelId(5), Nox::HwTunnelId(600)).kelpString(), os.str());
+  EXPECT_NE(Nox::TunnelIdToHwTunnelId(TunnelId(5), Nox::HwTunnelId(600)),
+            Nox::TunnelIdToHwTunnelId(TunnelId(5), Nox::HwTunnelId(601)));
+}
+
+TEST(SetEntities, NotifyEachMemberChangeAndNothingForAbsentDeletes) {
+  Vel::Ptr<Nox::TunnelIntfVlanSet> set(new Nox::TunnelIntfVlanSet(TunnelId(3)));
+  struct Log : Nox::TunnelIntfVlanSet::NotifieeConst {
+    using NotifieeConst::NotifieeConst;
+    void onIntfVlan(Nox::IntfVlanKey const& k) override { keys.push_back(k); }
+    std::vector<Nox::IntfVlanKey> keys;
+  } log(set);
+  Nox::IntfVlanKey k(IntfId("Ethernet1"), VlanId(10));
+  set->intfVlanIs(k, true);
+  set->intfVlanIs(k, true);
+  set->intfVlanDel(Nox::IntfVlanKey(IntfId("Ethernet2"), VlanId(10)));
+  set->intfVlanDel(k);
+  EXPECT_EQ(log.keys, (std::vector<Nox::IntfVlanKey>{k, k}));
+  EXPECT_EQ(set->key(), TunnelId(3));
+  EXPECT_EQ(set->typeInfo().name(), "Nox::TunnelIntfVlanSet");
+}
+
+TEST(SetEntities, StatusKeepsProgrammedAndUnprogrammedApart) {
+  Vel::Ptr<Nox::IntfVlanStatus> s(new Nox::IntfVlanStatus({IntfId("Port-Channel1"), VlanId(5)}));
+  s->unprogrammedIs(IntfId("Ethernet1"), true);
+  s->unprogrammedDel(IntfId("Ethernet1"));
+  s->programmedIs(IntfId("Ethernet1"), true);
+  EXPECT_EQ(s->programmeds(), 1u);
+  EXPECT_EQ(s->unprogrammeds(), 0u);
+  std::vector<std::string_view> attrs = s->typeInfo().attributes();
+  EXPECT_EQ(attrs, (std::vector<std::string_view>{"programmed", "unprogrammed"}));
+}
+
+TEST(HwProgrammingStatus, LooksUpByNumberAndNameAndPrintsItsName) {
+  EXPECT_EQ(Nox::HwProgrammingStatusInstance(2u), Nox::invalidHwId);
+  EXPECT_EQ(Nox::HwProgrammingStatusInstance(Vel::String("notProgrammed")), Nox::notProgrammed);
+  EXPECT_THROW(Nox::HwProgrammingStatusInstance(Vel::String("programmd")), Vel::RangeException);
+  EXPECT_EQ(Nox::stringValue(Nox::programmed), "programmed");
+  EXPECT_EQ(valueToStrep(Nox::HwProgrammingStatusInstance(7u)), "7");
+  auto const* t = Vel::TypeRegistry::lookup("Nox::HwProgrammingStatus");
+  ASSERT_NE(t, nullptr);
+  EXPECT_EQ(t->attributes().size(), 3u);
+  EXPECT_NE(Vel::TypeRegistry::lookup("Nox::IntfVlanTunnelKey"), nullptr);
+}
+
+TEST(NoxBaseHelperDeathTest, NoxAssertWritesTheMessageThenFailsAssertionZeroInNoxCommon) {
+  Vel::Ptr<Nox::NoxBaseHelper> helper(new Nox::NoxBaseHelper("helper"));
+  EXPECT_DEATH(helper->noxAssert("hardware helper misused"),
+               "hardware helper misused\nNoxCommon:[0-9]+: .*noxAssert.*Assertion `0' failed");
+}
+
+}  // namespace

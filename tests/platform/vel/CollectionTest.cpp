@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+
+#include "tests/platform/vel/TestEntities.h"
+
+namespace {
+
+using VelTest::Leaf;
+using VelTest::LeafLog;
+using VelTest::Tree;
+using VelTest::TreeLog;
+using Log = std::vector<std::string>;
+
+std::vector<int> keysOf(Leaf const& leaf) {
+  std::vector<int> keys;
+  for (auto [k, v] : leaf.tagColl()) keys.push_back(k);
+  return keys;
+}
+
+TEST(ValueCollection, NotifiesInsertChangeAndRemovalButNotEqualWritesOrAbsentDeletes) {
+  Vel::Ptr<Leaf> leaf(new Leaf(1));
+  Log log;
+  LeafLog n(leaf, &log);
+  leaf->tagIs(5, true);
+  leaf->tagIs(5, true);
+  leaf->tagIs(5, false);
+  leaf->tagDel(7);
+  leaf->tagDel(5);
+  leaf->tagDel(5);
+  EXPECT_EQ(log, (Log{"tag 5", "tag 5", "tag 5"}));
+}
+
+TEST(ValueCollection, LookupOfAbsentKeyGivesDefaultAndMembershipTellsThemApart) {
+  Vel::Ptr<Leaf> leaf(new Leaf(1));
+  leaf->tagIs(3, false);
+  EXPECT_FALSE(leaf->tag(3));
+  EXPECT_TRUE(leaf->tagIsMemberOf(3));
+  EXPECT_FALSE(leaf->tag(4));
+  EXPECT_FALSE(leaf->tagIsMemberOf(4));
+  EXPECT_EQ(leaf->tags(), 1u);
+}
+
+TEST(ValueCollection, IteratesInInsertionOrderAndReaddedKeysGoToTheEnd) {
+  Vel::Ptr<Leaf> leaf(new Leaf(1));
+  for (int k : {30, 10, 20, 40}) leaf->tagIs(k, true);
+  leaf->tagIs(10, false);  // a replaced value keeps its place
+  EXPECT_EQ(keysOf(*leaf), (std::vector<int>{30, 10, 20, 40}));
+  leaf->tagDel(30);
+  leaf->tagDel(20);
+  leaf->tagIs(30, true);
+  EXPECT_EQ(keysOf(*leaf), (std::vector<int>{10, 40, 30}));
+}
+
+TEST(ValueCollection, DelAllRemovesInIterationOrderNotifyingEachKeyOnce) {
+  Vel::Ptr<Leaf> leaf(new Leaf(1));
+  for (int k : {3, 1, 2}) leaf->tagIs(k, true);
+  Log log;
+  LeafLog n(leaf, &log);
+  leaf->tagDelAll();
+  EXPECT_EQ(log, (Log{"tag 3", "tag 1", "tag 2"}));
+  EXPECT_EQ(leaf->tags(), 0u);
+  leaf->tagDelAll();
+  EXPECT_EQ(log.size(), 3u);
+}
+
+TEST(ValueCollection, DeletingThroughTheMembersOwnKeyIsSafe) {
+  Vel::Ptr<Leaf> leaf(new Leaf(1));
+  leaf->tagIs(9, true);
+  Log log;
+  LeafLog n(leaf, &log);
+  leaf->tagDel(*leaf->tagColl().firstKey());
+  EXPECT_EQ(log, (Log{"tag 9"}));
+}
+
+TEST(ScalarAttribute, NotifiesOnlyOnChange) {
+  Vel::Ptr<Tree> tree(new Tree);
+  Log log;
+  TreeLog n(tree, &log);
+  tree->labelIs("");
+  tree->labelIs("a");
+  tree->labelIs("a");
+  EXPECT_EQ(log, (Log{"label"}));
+}
+
+TEST(EntityCollection, FindOrCreateNotifiesOnlyWhenCreatingAndReturnsTheSameMember) {
+  Vel::Ptr<Tree> tree(new Tree);
+  Log log;
+  TreeLog n(tree, &log);
+  Vel::Ptr<Leaf> a = tree->leafIs(4);
+  Vel::Ptr<Leaf> b = tree->leafIs(4);
+  EXPECT_EQ(a, b);
+  EXPECT_EQ(a->key(), 4);
+  EXPECT_EQ(log, (Log{"leaf 4"}));
+  Vel::Ptr<Tree const> constTree = tree;
+  EXPECT_EQ(constTree->leaf(4).ptr(), a.ptr());
+  EXPECT_EQ(constTree->leaf(5), nullptr);
+}
+
+TEST(EntityCollection, RemovedMemberLivesOnWhileHeldAndTheRemovalIsVisibleInTheCallback) {
+  Vel::Ptr<Tree> tree(new Tree);
+  tree->leafIs(1)->tagIs(7, true);
+  struct Watcher : Tree::NotifieeConst {
+    using NotifieeConst::NotifieeConst;
+    void onLeaf(int const& k) override { presentAtCallback = notifier()->leafIsMemberOf(k); }
+    bool presentAtCallback = true;
+  } watcher(tree);
+  Vel::Ptr<Leaf> held = tree->leaf(1);
+  EXPECT_TRUE(tree->leafDel(1));
+  EXPECT_FALSE(watcher.presentAtCallback);
+  EXPECT_TRUE(held->tag(7));
+  EXPECT_EQ(held->references(), 1u);
+}
+
+TEST(TypeRegistration, EntitiesListTheirAttributesInDeclarationOrder) {
+  Vel::Ptr<Tree> tree(new Tree);
+  std::vector<std::string_view> names;
+  for (auto it = tree->typeInfo().attributeIterator(); it; ++it) names.push_back(it.name());
+  EXPECT_EQ(tree->typeInfo().name(), "VelTest::Tree");
+  EXPECT_EQ(names, (std::vector<std::string_view>{"label", "leaf"}));
+}
+
+}  // namespace
