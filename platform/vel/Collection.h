@@ -150,3 +150,33 @@ class EntityCollection {
     return member;                                                                   \
   }                                                                                  \
   VEL_COLLECTION_COMMON_(name, Name, Key)
+
+// A machine's internal collections: the same accessors, no notification (nothing watches them).
+
+#define VEL_INTERNAL_COLLECTION_COMMON_(name, Name, Key)                       \
+ public:                                                                      \
+  Name##Coll const& name##Coll() const { return name##_; }                    \
+  std::size_t name##s() const { return name##_.count(); }                     \
+  bool name##Del(Key const& k) { return name##_.erase(Key(k)); }              \
+  void name##DelAll() {                                                       \
+    while (Key const* first = name##_.firstKey()) name##_.erase(Key(*first)); \
+  }                                                                           \
+                                                                              \
+ private:                                                                     \
+  Name##Coll name##_;                                                         \
+                                                                              \
+ public:
+
+#define VEL_INTERNAL_VALUE_COLLECTION(name, Name, Key, Value)                             \
+ public:                                                                                 \
+  using Name##Coll = ::Vel::ValueCollection<Key, Value>;                                 \
+  Value name(Key const& k) const { return name##_.get(k); }                              \
+  void name##Is(Key const& k, Value const& v) { name##_.set(k, v); }                     \
+  VEL_INTERNAL_COLLECTION_COMMON_(name, Name, Key)
+
+#define VEL_INTERNAL_ENTITY_COLLECTION(name, Name, Key, Type)                             \
+ public:                                                                                 \
+  using Name##Coll = ::Vel::EntityCollection<Key, Type>;                                 \
+  ::Vel::Ptr<Type> name(Key const& k) const { return name##_.get(k); }                   \
+  ::Vel::Ptr<Type> name##Is(Key const& k) { return name##_.findOrCreate(k).first; }      \
+  VEL_INTERNAL_COLLECTION_COMMON_(name, Name, Key)

@@ -1,0 +1,208 @@
+#include "platform/types/L2Rib/L2Rib.h"
+
+#include <charconv>
+
+#include "platform/vel/Assert.h"
+#include "platform/vel/Hash.h"
+
+namespace L2Rib {
+
+namespace {
+
+constexpr char const* velSourceFile = "L2Rib/L2Rib";
+
+std::optional<uint64_t> parseNumber(std::string_view s) {
+  uint64_t v = 0;
+  auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
+  if (s.empty() || ec != std::errc() || end != s.data() + s.size()) return std::nullopt;
+  return v;
+}
+
+std::optional<Gantry::MplsLabel> parseLabel(std::string_view s) {
+  if (s == "none") return Gantry::MplsLabel();
+  auto v = parseNumber(s);
+  if (!v || *v > Gantry::MplsLabel::maxLabel) return std::nullopt;
+  return Gantry::MplsLabel(uint32_t(*v));
+}
+
+std::optional<Gantry::IntfId> parseTunnelIntf(std::string_view s) {
+  auto intf = Gantry::IntfId::fromName(s);
+  if (!intf || intf->kind() != Gantry::IntfId::Kind::tunnel) return std::nullopt;
+  return intf;
+}
+
+// Splits "a/b/c" into at most `max` parts; the last part keeps any further slashes.
+std::vector<std::string_view> splitSlash(std::string_view text, std::size_t max) {
+  std::vector<std::string_view> parts;
+  while (parts.size() + 1 < max) {
+    auto slash = text.find('/');
+    if (slash == std::string_view::npos) break;
+    parts.push_back(text.substr(0, slash));
+    text.remove_prefix(slash + 1);
+  }
+  parts.push_back(text);
+  return parts;
+}
+
+}  // namespace
+
+uint32_t DestId::hash() const {
+  Vel::MurmurHash3Stream h;
+  h.addBlock(hi_);
+  h.addBlock(lo_);
+  return h.finish();
+}
+
+std::ostream& operator<<(std::ostream& os, DestId const& v) { return os << v.value(); }
+
+std::ostream& operator<<(std::ostream& os, DestType v) {
+  static constexpr char const* names[] = {"destTypeIntf", "destTypeVxlan", "destTypeMpls",
+                                          "destTypeTunnel", "destTypeNoData"};
+  if (v < std::size(names)) return os << names[v];
+  return os << "destType(" << uint32_t(v) << ")";
+}
+
+std::ostream& operator<<(std::ostream& os, FloodSetType v) { return os << uint32_t(v); }
+
+Dest Dest::mpls(DestId id, Gantry::IntfId tunnelIntf, Gantry::MplsLabel label) {
+  Dest d(id);
+  d.destType_ = destTypeMpls_;
+  d.mpls_ = {tunnelIntf, label};
+  return d;
+}
+
+Dest Dest::vxlan(DestId id, Gantry::IpGenAddr const& addr) {
+  Dest d(id);
+  d.destType_ = destTypeVxlan_;
+  d.vxlan_ = {addr};
+  return d;
+}
+
+Dest Dest::intf(DestId id, Gantry::IntfId intf) {
+  Dest d(id);
+  d.intf_ = {intf};
+  return d;
+}
+
+Dest Dest::tunnel(DestId id, Gantry::IntfId tunnelIntf) {
+  Dest d(id);
+  d.destType_ = destTypeTunnel_;
+  d.tunnel_ = {tunnelIntf};
+  return d;
+}
+
+Dest Dest::noData(DestId id) { return withType(id, destTypeNoData_); }
+
+Dest Dest::withType(DestId id, DestType type) {
+  Dest d(id);
+  d.destType_ = type;
+  return d;
+}
+
+std::optional<Dest> Dest::fromString(std::string_view text) {
+  auto parts = splitSlash(text, 4);
+  if (parts.size() < 2) return std::nullopt;
+  auto id = parseNumber(parts[1]);
+  if (!id) return std::nullopt;
+  DestId const destId(*id);
+  std::string_view const kind = parts[0];
+  if (kind == "none" && parts.size() == 2) return noData(destId);
+  if (parts.size() < 3) return std::nullopt;
+  if (kind == "intf" && parts.size() == 3) {
+    auto intf = Gantry::IntfId::fromName(parts[2]);
+    if (!intf || intf->empty()) return std::nullopt;
+    return Dest::intf(destId, *intf);
+  }
+  if (kind == "tunnel" && parts.size() == 3) {
+    auto t = parseTunnelIntf(parts[2]);
+    if (!t) return std::nullopt;
+    return tunnel(destId, *t);
+  }
+  if (kind == "mpls" && parts.size() == 4) {
+    auto t = parseTunnelIntf(parts[2]);
+    auto label = parseLabel(parts[3]);
+    if (!t || !label) return std::nullopt;
+    return mpls(destId, *t, *label);
+  }
+  if (kind == "vxlan") {
+    // An IPv6 address has no slash, so the rest of the text after the id is the address.
+    auto addr = Gantry::IpGenAddr::fromString(text.substr(text.find('/', 6) + 1));
+    if (!addr) return std::nullopt;
+    return vxlan(destId, *addr);
+  }
+  return std::nullopt;
+}
+
+bool Dest::operator==(Dest const& other) const {
+  if (destId_ != other.destId_) return false;
+  if (destType_ != other.destType_) return false;
+  switch (destType_) {
+    case destTypeIntf_:
+      return intf_ == other.intf_;
+    case destTypeVxlan_:
+      return vxlan_ == other.vxlan_;
+    case destTypeMpls_:
+      return mpls_ == other.mpls_;
+    case destTypeTunnel_:
+      return tunnel_ == other.tunnel_;
+    case destTypeNoData_:
+      return true;
+  }
+  VEL_ASSERT(0);
+  return false;
+}
+
+U32 Dest::hash() const {
+  switch (destType_) {
+    case destTypeIntf_:
+      return intf_.intfId.hash();
+    case destTypeVxlan_:
+      return vxlan_.ipAddr.asIp6().hash();
+    case destTypeMpls_: {
+      Vel::OneAtATimeHash h;
+      h.addLittleEndian32(mpls_.tunnelIntfId.hash());
+      h.addLittleEndian32(Vel::wangHash32(mpls_.label.value()));
+      return h.finish();
+    }
+    case destTypeTunnel_:
+      return tunnel_.tunnelIntfId.hash();
+    case destTypeNoData_:
+      return 0;
+  }
+  VEL_ASSERT(0);
+  return 0;
+}
+
+std::string Dest::stringValue() const {
+  std::string const id = std::to_string(destId_.value());
+  switch (destType_) {
+    case destTypeIntf_:
+      return "intf/" + id + "/" + intf_.intfId.name();
+    case destTypeVxlan_:
+      return "vxlan/" + id + "/" + vxlan_.ipAddr.stringValue();
+    case destTypeMpls_:
+      return "mpls/" + id + "/" + mpls_.tunnelIntfId.name() + "/" + mpls_.label.stringValue();
+    case destTypeTunnel_:
+      return "tunnel/" + id + "/" + tunnel_.tunnelIntfId.name();
+    case destTypeNoData_:
+      return "none/" + id;
+  }
+  return "destType(" + std::to_string(uint32_t(destType_)) + ")/" + id;
+}
+
+std::ostream& operator<<(std::ostream& os, Dest const& v) { return os << v.stringValue(); }
+std::string valueToStrep(Dest const& v) { return v.stringValue(); }
+
+Vel::Ptr<FloodSetOutput> floodSetOutputFactory() { return Vel::Ptr<FloodSetOutput>(new FloodSetOutput); }
+Vel::Ptr<VlanFloodSet> vlanFloodSetFactory(Bridging::VlanId vlanId) {
+  return Vel::Ptr<VlanFloodSet>(new VlanFloodSet(vlanId));
+}
+Vel::Ptr<FloodSet> floodSetFactory(Gantry::EthAddr const& macAddr) {
+  return Vel::Ptr<FloodSet>(new FloodSet(macAddr));
+}
+
+VEL_REGISTER_TYPE(FloodSetOutput);
+VEL_REGISTER_TYPE(VlanFloodSet);
+VEL_REGISTER_TYPE(FloodSet);
+
+}  // namespace L2Rib

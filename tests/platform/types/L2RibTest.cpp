@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+
+#include "platform/types/L2Rib/L2Rib.h"
+#include "platform/vel/Hash.h"
+
+namespace {
+
+using L2Rib::Dest;
+using L2Rib::DestId;
+
+Dest parse(char const* text) {
+  auto d = Dest::fromString(text);
+  EXPECT_TRUE(d) << text;
+  return d.value_or(Dest());
+}
+
+TEST(Dest, TextFormRoundTripsForEveryType) {
+  for (char const* text : {"intf/1/Ethernet1", "vxlan/2/10.0.0.2", "vxlan/9/2001:db8::1",
+                           "mpls/3/Tunnel5/1000", "tunnel/4/Tunnel6", "none/18446744073709551615"}) {
+    EXPECT_EQ(parse(text).stringValue(), text);
+  }
+  EXPECT_EQ(parse("mpls/1/Tunnel5/none").stringValue(), "mpls/1/Tunnel5/N/A");
+  EXPECT_EQ(parse("mpls/1/Tunnel05/3").stringValue(), "mpls/1/Tunnel5/imp-null(3)");
+}
+
+TEST(Dest, MalformedTextIsRefused) {
+  for (char const* bad : {"mpls/1/Ethernet5/1000", "mpls/1/Tunnel5", "mpls/x/Tunnel5/1",
+                          "mpls/1/Tunnel5/1048576", "tunnel/1/Ethernet1", "intf/1",
+                          "vxlan/1/10.0.0", "none", "none/1/x", "bogus/1/Ethernet1", ""}) {
+    EXPECT_FALSE(Dest::fromString(bad)) << bad;
+  }
+}
+
+TEST(Dest, MplsDestinationsSharingTunnelAndLabelHashAlikeButDiffer) {
+  Dest a = parse("mpls/1/Tunnel5/1000");
+  Dest b = parse("mpls/2/Tunnel5/1000");
+  EXPECT_EQ(a.hash(), b.hash());
+  EXPECT_FALSE(a == b);
+  EXPECT_TRUE(a == parse("mpls/1/Tunnel05/1000"));
+  EXPECT_FALSE(a == parse("mpls/1/Tunnel5/1001"));
+}
+
+TEST(Dest, MplsHashIsOneAtATimeOverTunnelHashThenWangOfLabel) {
+  Dest d = parse("mpls/1/Tunnel5/1000");
+  Vel::OneAtATimeHash h;
+  h.addLittleEndian32(Gantry::IntfId("Tunnel5").hash());
+  h.addLittleEndian32(Vel::wangHash32(1000));
+  EXPECT_EQ(d.hash(), h.finish());
+}
+
+TEST(Dest, HashComesFromTheTypesDataOnly) {
+  EXPECT_EQ(parse("none/5").hash(), 0u);
+  EXPECT_TRUE(parse("none/5") == parse("none/5"));
+  EXPECT_FALSE(parse("none/5") == parse("none/6"));
+  EXPECT_EQ(parse("intf/1/Ethernet3").hash(), Gantry::IntfId("Ethernet3").hash());
+  EXPECT_EQ(parse("tunnel/1/Tunnel3").hash(), Gantry::IntfId("Tunnel3").hash());
+  auto addr = Gantry::IpGenAddr::fromString("10.0.0.2");
+  EXPECT_EQ(parse("vxlan/1/10.0.0.2").hash(), addr->asIp6().hash());
+  // Same id, different types: unequal.
+  EXPECT_FALSE(parse("intf/1/Ethernet1") == parse("tunnel/1/Tunnel1"));
+}
+
+TEST(Dest, BuiltFromAnIdAloneIsAnEmptyInterfaceDestination) {
+  Dest d{DestId(7)};
+  EXPECT_EQ(d.destType(), L2Rib::destTypeIntf_);
+  EXPECT_TRUE(d.destDataIntf().intfId.empty());
+  EXPECT_EQ(d.destDataMpls().label, Gantry::MplsLabel(1048576));
+}
+
+TEST(DestDeathTest, TypeAboveFourIsAProgrammingErrorInEqualityAndHash) {
+  Dest bad = Dest::withType(DestId(1), L2Rib::DestType(5));
+  EXPECT_DEATH((void)(bad == bad), "bool L2Rib::Dest::operator==\\(const L2Rib::Dest ?&\\) const: "
+                                   "Assertion `0' failed");
+  EXPECT_DEATH((void)bad.hash(), "U32 L2Rib::Dest::hash\\(\\) const: Assertion `0' failed");
+}
+
+TEST(Dest, TunnelIdOfTheTunnelInterfaceIsRangeChecked) {
+  EXPECT_EQ(parse("mpls/1/Tunnel281474976710655/1").destDataMpls().tunnelId().value(),
+            281474976710655ull);
+  EXPECT_THROW(parse("mpls/1/Tunnel281474976710656/1").destDataMpls().tunnelId(),
+               Vel::RangeException);
+}
+
+TEST(FloodSet, FlagChangeOfAMemberIsAChangeOfThatMember) {
+  auto fs = L2Rib::floodSetFactory(Gantry::EthAddr::fromValue(1));
+  struct Log : L2Rib::FloodSet::NotifieeConst {
+    using NotifieeConst::NotifieeConst;
+    void onDestSet(Dest const& d) override { seen.push_back(d.stringValue()); }
+    void onFloodSetType() override { seen.push_back("type"); }
+    std::vector<std::string> seen;
+  } log(fs);
+  fs->destSetIs(parse("mpls/1/Tunnel5/1000"), true);
+  fs->destSetIs(parse("mpls/1/Tunnel5/1000"), false);
+  fs->floodSetTypeIs(L2Rib::FloodSetType{3});
+  EXPECT_EQ(log.seen, (std::vector<std::string>{"mpls/1/Tunnel5/1000", "mpls/1/Tunnel5/1000", "type"}));
+}
+
+}  // namespace
