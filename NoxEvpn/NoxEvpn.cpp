@@ -1,5 +1,7 @@
 #include "NoxEvpn/NoxEvpn.h"
 
+#include "platform/kelp/Exception.h"
+#include "platform/vel/Assert.h"
 #include "platform/vel/Exception.h"
 
 namespace Nox {
@@ -48,6 +50,90 @@ namespace {
     Vel::TypeRegistry::add(hwProgrammingStatusTypeInfo());
 }  // namespace
 
+namespace {
+
+// Where the table service's own checks report from.
+constexpr char const* kelpMapHeader = "/usr/include/Kelp/KelpMap";
+
+Kelp::RecordTypeRegistrar<TunnelId> const tunnelIdRecord(
+    "Tunnel::TunnelTable::TunnelId", [](TunnelId const& t) { return valueToStrep(t); });
+Kelp::RecordTypeRegistrar<TunnelIdToHwTunnelId> const tunnelEntryRecord(
+    "Nox::TunnelIdToHwTunnelId", [](TunnelIdToHwTunnelId const& e) { return e.kelpString(); });
+
+}  // namespace
+
+TunnelIdToHwTunnelIdMapping::TunnelIdToHwTunnelIdMapping(Vel::Name name)
+    : name_(std::move(name)),
+      isCounter_(Trace::counterIs("tunnelIdToHwTunnelIdIs")),
+      delCounter_(Trace::counterIs("tunnelIdToHwTunnelIdDel")),
+      notifyCounter_(Trace::counterIs("tunnelIdToHwTunnelIdNotify")),
+      tunnelIdToHwTunnelId_(
+          name_, [this](TunnelId const& key) { tunnelIdToHwTunnelIdNotify(key); },
+          [this] { tunnelIdToHwTunnelIdNotifyCollection(); }) {}
+
+Kelp::Status TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdControl() const {
+  return tunnelIdToHwTunnelId_.table().status();
+}
+
+void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdReadyIs(bool ready) {
+  tunnelIdToHwTunnelId_.table().readyIs(ready);
+}
+
+void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdIs(TunnelIdToHwTunnelId const& entry) {
+  isCounter_->inc();
+  try {
+    // The table notifies the key (tunnelIdToHwTunnelIdNotify) once the entry is visible.
+    tunnelIdToHwTunnelId_.table().safeWrite(entry.key(), entry);
+  } catch (Kelp::CorruptionException const&) {
+    tunnelIdToHwTunnelId_.table().corruptionDetected();
+    Vel::assertionFailed("KelpMap::safeWrite() in no man's land", kelpMapHeader, __LINE__,
+                         "safeWrite");
+  }
+}
+
+TunnelIdToHwTunnelId* TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdSlot(TunnelId const& key) {
+  return tunnelIdToHwTunnelId_.table().directSlot(key);
+}
+
+void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdCommit(TunnelIdToHwTunnelId const* entry) {
+  isCounter_->inc();
+  try {
+    tunnelIdToHwTunnelId_.table().directCommit(entry);
+  } catch (Kelp::CorruptionException const&) {
+    tunnelIdToHwTunnelId_.table().corruptionDetected();
+    tunnelIdToHwTunnelIdNotify(entry->key());
+    Vel::assertionFailed("KelpMap::directCommit() in no man's land", kelpMapHeader, __LINE__,
+                         "directCommit");
+  }
+}
+
+TunnelIdToHwTunnelId TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdDel(TunnelId const& key) {
+  delCounter_->inc();
+  TunnelIdToHwTunnelId removed;
+  tunnelIdToHwTunnelId_.table().safeRemove(key, &removed);
+  return removed;
+}
+
+void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdDelAll() {
+  while (!tunnelIdToHwTunnelId_.empty()) {
+    tunnelIdToHwTunnelIdDel(tunnelIdToHwTunnelId_.begin()->key);
+  }
+}
+
+void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdNotify(TunnelId const& key) {
+  notifyCounter_->inc();
+  notify<NotifieeConst>([&key](NotifieeConst& n) { n.onTunnelIdToHwTunnelId(key); });
+}
+
+void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdNotifyCollection() {
+  notify<NotifieeConst>([](NotifieeConst& n) { n.onTunnelIdToHwTunnelId(); });
+}
+
+Vel::Ptr<TunnelIdToHwTunnelIdMapping> tunnelIdToHwTunnelIdMappingFactory(Vel::Name name) {
+  return Vel::validPtr(Vel::Ptr<TunnelIdToHwTunnelIdMapping>(
+      new TunnelIdToHwTunnelIdMapping(std::move(name))));
+}
+
 VEL_REGISTER_TYPE(IntfVlanKey);
 VEL_REGISTER_TYPE(IntfTunnelKey);
 VEL_REGISTER_TYPE(IntfVlanTunnelKey);
@@ -57,5 +143,6 @@ VEL_REGISTER_TYPE(VlanIntfSet);
 VEL_REGISTER_TYPE(TunnelIntfVlanSet);
 VEL_REGISTER_TYPE(IntfTunnelVlanSet);
 VEL_REGISTER_TYPE(IntfVlanStatus);
+VEL_REGISTER_TYPE(TunnelIdToHwTunnelIdMapping);
 
 }  // namespace Nox

@@ -10,6 +10,8 @@
 #include <string>
 #include <tuple>
 
+#include "platform/kelp/VelKelp.h"
+#include "platform/trace/Counters.h"
 #include "platform/types/Bridging/Bridging.h"
 #include "platform/types/Gantry/Gantry.h"
 #include "platform/types/Tunnel/Tunnel.h"
@@ -26,6 +28,7 @@ class HwTunnelId {
   constexpr HwTunnelId() = default;
   constexpr explicit HwTunnelId(uint32_t value) : value_(value) {}
   constexpr uint32_t value() const { return value_; }
+  static constexpr bool traceAsNumber = true;
   uint32_t hash() const { return Vel::wangHash32(value_); }
   friend bool operator==(HwTunnelId const&, HwTunnelId const&) = default;
   friend auto operator<=>(HwTunnelId const&, HwTunnelId const&) = default;
@@ -114,22 +117,26 @@ class TunnelIdToHwTunnelId : public Vel::Value<TunnelIdToHwTunnelId> {
   HwTunnelId hwTunnelId_;
 };
 
-// The set entities: one key fixed at construction, one collection of member keys to bool.
-#define NOX_SET_ENTITY(Class, typeNameText, KeyType, member, Member, MemberKey)     \
-  class Class : public Vel::Entity {                                                \
-   public:                                                                          \
-    class NotifieeConst : public Vel::NotifieeConstOf<Class> {                      \
-     public:                                                                        \
-      using NotifieeConstOf::NotifieeConstOf;                                       \
-      virtual void on##Member(MemberKey const&) {}                                  \
-    };                                                                              \
-    explicit Class(KeyType const& key) : key_(key) {}                               \
-    KeyType const& key() const { return key_; }                                     \
-    VEL_DESCRIBE(typeNameText, #member)                                             \
-    VEL_VALUE_COLLECTION(member, Member, MemberKey, bool)                           \
-   private:                                                                         \
-    KeyType const key_;                                                             \
+// Entities with one key fixed at construction and one collection: the interface/VLAN/tunnel
+// sets here (member keys to bool) and the flood-set records built the same way.
+#define NOX_KEYED_ENTITY(Class, typeNameText, KeyType, member, Member, MemberKey, MemberValue) \
+  class Class : public Vel::Entity {                                                          \
+   public:                                                                                    \
+    class NotifieeConst : public Vel::NotifieeConstOf<Class> {                                \
+     public:                                                                                  \
+      using NotifieeConstOf::NotifieeConstOf;                                                 \
+      virtual void on##Member(MemberKey const&) {}                                            \
+    };                                                                                        \
+    explicit Class(KeyType const& key) : key_(key) {}                                         \
+    KeyType const& key() const { return key_; }                                               \
+    VEL_DESCRIBE(typeNameText, #member)                                                       \
+    VEL_VALUE_COLLECTION(member, Member, MemberKey, MemberValue)                              \
+   private:                                                                                   \
+    KeyType const key_;                                                                       \
   }
+
+#define NOX_SET_ENTITY(Class, typeNameText, KeyType, member, Member, MemberKey) \
+  NOX_KEYED_ENTITY(Class, typeNameText, KeyType, member, Member, MemberKey, bool)
 
 NOX_SET_ENTITY(IntfVlanSet, "Nox::IntfVlanSet", Gantry::IntfId, vlanId, VlanId,
                Bridging::VlanId);
@@ -160,5 +167,54 @@ class IntfVlanStatus : public Vel::Entity {
  private:
   IntfVlanKey const key_;
 };
+
+// The published table from tunnel ids to hardware tunnel ids. Its one collection lives in a
+// Kelp table (in shared memory when the process publishes its tables), so other processes can
+// mount it; the ESI flooding machine writes it, the flood-set machines read it.
+class TunnelIdToHwTunnelIdMapping : public Vel::Entity {
+ public:
+  class NotifieeConst : public Vel::NotifieeConstOf<TunnelIdToHwTunnelIdMapping> {
+   public:
+    using NotifieeConstOf::NotifieeConstOf;
+    virtual void onTunnelIdToHwTunnelId(TunnelId const&) {}
+    virtual void onTunnelIdToHwTunnelId() {}
+    virtual void onTunnelIdToHwTunnelIdvelImmediate() {}
+  };
+  using TunnelIdToHwTunnelIdColl = VelKelp::Collection<TunnelId, TunnelIdToHwTunnelId>;
+
+  explicit TunnelIdToHwTunnelIdMapping(Vel::Name name);
+  Vel::Name const& name() const { return name_; }
+
+  // The entry of a tunnel; the all-zero entry when the table holds none.
+  TunnelIdToHwTunnelId tunnelIdToHwTunnelId(TunnelId const& key) const {
+    return tunnelIdToHwTunnelId_.get(key);
+  }
+  TunnelIdToHwTunnelIdColl const& tunnelIdToHwTunnelIdColl() const { return tunnelIdToHwTunnelId_; }
+  std::size_t tunnelIdToHwTunnelIds() const { return tunnelIdToHwTunnelId_.count(); }
+  // Readiness and mounting state of the shared collection, as readers see it.
+  Kelp::Status tunnelIdToHwTunnelIdControl() const;
+  void tunnelIdToHwTunnelIdReadyIs(bool ready);
+
+  void tunnelIdToHwTunnelIdIs(TunnelIdToHwTunnelId const& entry);
+  // Publishes an entry already written in place (the table's direct slot for its key).
+  void tunnelIdToHwTunnelIdCommit(TunnelIdToHwTunnelId const* entry);
+  TunnelIdToHwTunnelId* tunnelIdToHwTunnelIdSlot(TunnelId const& key);
+  TunnelIdToHwTunnelId tunnelIdToHwTunnelIdDel(TunnelId const& key);
+  void tunnelIdToHwTunnelIdDelAll();
+  void tunnelIdToHwTunnelIdNotify(TunnelId const& key);
+  void tunnelIdToHwTunnelIdNotifyCollection();
+
+  VEL_DESCRIBE("Nox::TunnelIdToHwTunnelIdMapping", "tunnelIdToHwTunnelId",
+               "tunnelIdToHwTunnelIdControl")
+
+ private:
+  Vel::Name const name_;
+  Trace::Counter* const isCounter_;
+  Trace::Counter* const delCounter_;
+  Trace::Counter* const notifyCounter_;
+  TunnelIdToHwTunnelIdColl tunnelIdToHwTunnelId_;
+};
+
+Vel::Ptr<TunnelIdToHwTunnelIdMapping> tunnelIdToHwTunnelIdMappingFactory(Vel::Name name);
 
 }  // namespace Nox

@@ -25,6 +25,7 @@ class VlanId {
   constexpr explicit VlanId(uint16_t value) : value_(value) {}
   constexpr uint16_t value() const { return value_; }
   bool isValid() const { return value_ >= minValue && value_ <= maxValue; }
+  static constexpr bool traceAsNumber = true;
 
   uint32_t hash() const { return Vel::wangHash32(value_); }
   friend bool operator==(VlanId const&, VlanId const&) = default;

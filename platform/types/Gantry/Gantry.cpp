@@ -66,10 +66,23 @@ IntfId::IntfId(std::string_view name) {
 }
 
 std::string IntfId::name() const {
+  std::string out;
+  traceAppend(out, *this);
+  return out;
+}
+
+void appendDecimal(std::string& out, uint64_t v) {
+  char buf[20];
+  auto [end, ec] = std::to_chars(buf, buf + sizeof buf, v);
+  out.append(buf, end);
+}
+
+void traceAppend(std::string& out, IntfId const& v) {
   for (auto const& [k, prefix] : kindNames) {
-    if (k == kind()) return std::string(prefix) + std::to_string(number());
+    if (k != v.kind()) continue;
+    out += prefix;
+    appendDecimal(out, v.number());
   }
-  return std::string();
 }
 
 uint32_t IntfId::hash() const {
@@ -99,12 +112,22 @@ std::optional<EthAddr> EthAddr::fromString(std::string_view text) {
 }
 
 std::string EthAddr::stringValue() const {
-  char buf[18];
-  uint64_t v = value();
-  std::snprintf(buf, sizeof buf, "%02x:%02x:%02x:%02x:%02x:%02x", unsigned(v >> 40) & 0xff,
-                unsigned(v >> 32) & 0xff, unsigned(v >> 24) & 0xff, unsigned(v >> 16) & 0xff,
-                unsigned(v >> 8) & 0xff, unsigned(v) & 0xff);
-  return buf;
+  std::string out;
+  traceAppend(out, *this);
+  return out;
+}
+
+void traceAppend(std::string& out, EthAddr const& v) {
+  static constexpr char hex[] = "0123456789abcdef";
+  char buf[17];
+  uint64_t const value = v.value();
+  for (int i = 0; i < 6; ++i) {
+    unsigned const byte = unsigned(value >> (40 - 8 * i)) & 0xff;
+    buf[3 * i] = hex[byte >> 4];
+    buf[3 * i + 1] = hex[byte & 0xf];
+    if (i < 5) buf[3 * i + 2] = ':';
+  }
+  out.append(buf, sizeof buf);
 }
 
 uint32_t EthAddr::hash() const {
@@ -118,13 +141,26 @@ std::ostream& operator<<(std::ostream& os, EthAddr const& v) { return os << v.st
 std::string valueToStrep(EthAddr const& v) { return v.stringValue(); }
 
 std::string MplsLabel::stringValue() const {
-  static constexpr char const* reserved[] = {"exp-null-v4", "router-alert", "exp-null-v6",
-                                             "imp-null"};
-  if (value_ <= 3) return std::string(reserved[value_]) + "(" + std::to_string(value_) + ")";
-  if (value_ == noLabel) return "N/A";
-  if (value_ == anyLabel) return "(any)";
-  if (value_ == luWithdrawLabel) return "(lu-withdraw)";
-  return std::to_string(value_);
+  std::string out;
+  traceAppend(out, *this);
+  return out;
+}
+
+void traceAppend(std::string& out, MplsLabel const& v) {
+  static constexpr char const* reserved[] = {"exp-null-v4(0)", "router-alert(1)",
+                                             "exp-null-v6(2)", "imp-null(3)"};
+  uint32_t const value = v.value();
+  if (value <= 3) {
+    out += reserved[value];
+  } else if (value == MplsLabel::noLabel) {
+    out += "N/A";
+  } else if (value == MplsLabel::anyLabel) {
+    out += "(any)";
+  } else if (value == MplsLabel::luWithdrawLabel) {
+    out += "(lu-withdraw)";
+  } else {
+    appendDecimal(out, value);
+  }
 }
 
 uint32_t MplsLabel::hash() const { return Vel::wangHash32(value_); }

@@ -44,6 +44,10 @@ class IntfId {
 };
 std::ostream& operator<<(std::ostream& os, IntfId const& v);
 std::string valueToStrep(IntfId const& v);
+// Appends the text form without building a stream (traces use it).
+void traceAppend(std::string& out, IntfId const& v);
+// Appends a number in decimal.
+void appendDecimal(std::string& out, uint64_t v);
 
 // A 48-bit MAC address held as three 16-bit words, most significant first.
 class EthAddr {
@@ -69,6 +73,7 @@ class EthAddr {
 };
 std::ostream& operator<<(std::ostream& os, EthAddr const& v);
 std::string valueToStrep(EthAddr const& v);
+void traceAppend(std::string& out, EthAddr const& v);
 
 // A 20-bit MPLS label in a 32-bit value. 1048576, one past the 20-bit range, means no label.
 class MplsLabel {
@@ -95,6 +100,7 @@ class MplsLabel {
 };
 std::ostream& operator<<(std::ostream& os, MplsLabel const& v);
 std::string valueToStrep(MplsLabel const& v);
+void traceAppend(std::string& out, MplsLabel const& v);
 
 // An IPv6 address's 16 bytes in network order.
 class Ip6Addr {

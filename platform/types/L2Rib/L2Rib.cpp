@@ -174,20 +174,43 @@ U32 Dest::hash() const {
 }
 
 std::string Dest::stringValue() const {
-  std::string const id = std::to_string(destId_.value());
-  switch (destType_) {
-    case destTypeIntf_:
-      return "intf/" + id + "/" + intf_.intfId.name();
-    case destTypeVxlan_:
-      return "vxlan/" + id + "/" + vxlan_.ipAddr.stringValue();
-    case destTypeMpls_:
-      return "mpls/" + id + "/" + mpls_.tunnelIntfId.name() + "/" + mpls_.label.stringValue();
-    case destTypeTunnel_:
-      return "tunnel/" + id + "/" + tunnel_.tunnelIntfId.name();
-    case destTypeNoData_:
-      return "none/" + id;
+  std::string out;
+  traceAppend(out, *this);
+  return out;
+}
+
+void traceAppend(std::string& out, Dest const& v) {
+  static constexpr char const* kinds[] = {"intf/", "vxlan/", "mpls/", "tunnel/", "none/"};
+  if (v.destType() < std::size(kinds)) {
+    out += kinds[v.destType()];
+  } else {
+    out += "destType(";
+    Gantry::appendDecimal(out, v.destType());
+    out += ")/";
   }
-  return "destType(" + std::to_string(uint32_t(destType_)) + ")/" + id;
+  Gantry::appendDecimal(out, v.destId().value());
+  switch (v.destType()) {
+    case destTypeIntf_:
+      out += '/';
+      traceAppend(out, v.destDataIntf().intfId);
+      break;
+    case destTypeVxlan_:
+      out += '/';
+      out += v.destDataVxlan().ipAddr.stringValue();
+      break;
+    case destTypeMpls_:
+      out += '/';
+      traceAppend(out, v.destDataMpls().tunnelIntfId);
+      out += '/';
+      traceAppend(out, v.destDataMpls().label);
+      break;
+    case destTypeTunnel_:
+      out += '/';
+      traceAppend(out, v.destDataTunnel().tunnelIntfId);
+      break;
+    default:
+      break;
+  }
 }
 
 std::ostream& operator<<(std::ostream& os, Dest const& v) { return os << v.stringValue(); }

@@ -26,6 +26,7 @@ class DestId {
   constexpr DestId() = default;
   constexpr explicit DestId(uint64_t value) : hi_(uint32_t(value >> 32)), lo_(uint32_t(value)) {}
   constexpr uint64_t value() const { return (uint64_t(hi_) << 32) | lo_; }
+  static constexpr bool traceAsNumber = true;
   uint32_t hash() const;
   friend bool operator==(DestId const&, DestId const&) = default;
   friend auto operator<=>(DestId const& a, DestId const& b) { return a.value() <=> b.value(); }
@@ -115,6 +116,7 @@ class Dest {
 };
 std::ostream& operator<<(std::ostream& os, Dest const& v);
 std::string valueToStrep(Dest const& v);
+void traceAppend(std::string& out, Dest const& v);
 
 class FloodSet : public Vel::Entity {
  public:

@@ -21,6 +21,7 @@ class TunnelId {
   static constexpr TunnelId invalid() { return TunnelId(); }
 
   constexpr uint64_t value() const { return value_; }
+  static constexpr bool traceAsNumber = true;
   // Bob Jenkins' one-at-a-time hash of the 8 bytes, least significant first.
   uint32_t hash() const;
   friend bool operator==(TunnelId const&, TunnelId const&) = default;

@@ -1,0 +1,46 @@
+#include "NoxEvpn/NoxEvpnVlanFloodSet.h"
+
+namespace Nox {
+
+Vel::Ptr<HwInfoMapping> hwInfoMappingFactory() { return Vel::Ptr<HwInfoMapping>(new HwInfoMapping); }
+
+Vel::Ptr<EvpnVlanFloodSetHwConfig> evpnVlanFloodSetHwConfigFactory() {
+  return Vel::Ptr<EvpnVlanFloodSetHwConfig>(new EvpnVlanFloodSetHwConfig);
+}
+
+Vel::Ptr<EvpnVlanFloodSetHwStatus> evpnVlanFloodSetHwStatusFactory() {
+  return Vel::Ptr<EvpnVlanFloodSetHwStatus>(new EvpnVlanFloodSetHwStatus);
+}
+
+Vel::Ptr<VlanFloodSetConfig> vlanFloodSetConfigFactory(Bridging::MacVlanPair const& pair) {
+  return Vel::Ptr<VlanFloodSetConfig>(new VlanFloodSetConfig(pair));
+}
+
+Vel::Ptr<VlanFloodSetStatus> vlanFloodSetStatusFactory(Bridging::MacVlanPair const& pair) {
+  return Vel::Ptr<VlanFloodSetStatus>(new VlanFloodSetStatus(pair));
+}
+
+Vel::Ptr<TunnelIdToMplsFloodSetVia> tunnelIdToMplsFloodSetViaFactory(TunnelId tunnelId) {
+  return Vel::Ptr<TunnelIdToMplsFloodSetVia>(new TunnelIdToMplsFloodSetVia(tunnelId));
+}
+
+Vel::Ptr<MplsFloodSetViaToFloodSetStatus> mplsFloodSetViaToFloodSetStatusFactory(
+    MplsFloodSetVia const& via) {
+  return Vel::Ptr<MplsFloodSetViaToFloodSetStatus>(new MplsFloodSetViaToFloodSetStatus(via));
+}
+
+VEL_REGISTER_TYPE(MplsFloodSetVia);
+VEL_REGISTER_TYPE(MplsDestConfig);
+VEL_REGISTER_TYPE(MplsDestHwInfo);
+VEL_REGISTER_TYPE(VlanMacDest);
+VEL_REGISTER_TYPE(HwInfoMapping);
+VEL_REGISTER_TYPE(VlanFloodSetConfig);
+VEL_REGISTER_TYPE(VlanFloodSetStatus);
+VEL_REGISTER_TYPE(EvpnVlanFloodSetHwConfig);
+VEL_REGISTER_TYPE(EvpnVlanFloodSetHwStatus);
+VEL_REGISTER_TYPE(TunnelIdToMplsFloodSetVia);
+VEL_REGISTER_TYPE(MplsFloodSetViaToVlanMacDestSet);
+VEL_REGISTER_TYPE(MplsFloodSetViaToFloodSetStatus);
+VEL_REGISTER_TYPE(TunnelVlanMacDestSet);
+
+}  // namespace Nox

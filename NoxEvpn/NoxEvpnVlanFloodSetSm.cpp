@@ -1,0 +1,320 @@
+// Nox::EvpnVlanFloodSetSm: MPLS flood-set destinations in, hardware configuration out.
+//
+// A destination is in one of three states. Absent: not in the input, nothing recorded.
+// Waiting: in the internal mappings (by tunnel and by via) but its via has no hardware
+// information yet, so nothing is published; the arrival of the via in hwInfoMapping is the
+// retry, there is no timer. Published: its configuration is in the pair's VlanFloodSetConfig
+// and in mplsDestHwConfig, the two always written together.
+//
+// An update inserts the new configuration before removing the old one, so a pair's
+// configuration entity is never emptied (and never deleted) by an update.
+
+#include "NoxEvpn/NoxEvpnVlanFloodSetSm.h"
+
+#include "platform/trace/Trace.h"
+
+namespace Nox {
+
+namespace {
+constexpr char const* velSourceFile = "src-includes/NoxEvpn/NoxEvpnVlanFloodSetSm";
+}  // namespace
+NOX_TRACE_FACILITY("NoxEvpn");
+
+using Bridging::MacVlanPair;
+using Bridging::VlanId;
+using Gantry::EthAddr;
+using L2Rib::Dest;
+
+namespace {
+MplsFloodSetVia viaOf(Dest const& dest) {
+  return MplsFloodSetVia(dest.destDataMpls().tunnelId(), dest.destDataMpls().label);
+}
+}  // namespace
+
+// Construction.
+
+EvpnVlanFloodSetSm::EvpnVlanFloodSetSm(
+    Vel::Ptr<L2Rib::FloodSetOutput const> const& floodSetOutput,
+    Vel::Ptr<TunnelIdToHwTunnelIdMapping const> const& hwTunnelIdMapping,
+    Vel::Ptr<HwInfoMapping const> const& hwInfoMapping,
+    Vel::Ptr<EvpnVlanFloodSetHwConfig> const& vlanFloodSetHwConfig,
+    Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus)
+    : floodSetOutput_(floodSetOutput),
+      hwTunnelIdMapping_(hwTunnelIdMapping),
+      hwInfoMapping_(hwInfoMapping),
+      vlanFloodSetHwConfig_(vlanFloodSetHwConfig),
+      vlanFloodSetHwStatus_(vlanFloodSetHwStatus) {
+  VEL_ASSERT(vlanFloodSetHwConfig_);
+  // Watchers of collections also create the reactors of the members already present.
+  if (floodSetOutput_) velFloodSetOutput_ = std::make_unique<VelFloodSetOutput>(floodSetOutput_, this);
+  if (hwTunnelIdMapping_) {
+    velHwTunnelIdMapping_ = std::make_unique<VelHwTunnelIdMapping>(hwTunnelIdMapping_, this);
+  }
+  if (hwInfoMapping_) velHwInfoMapping_ = std::make_unique<VelHwInfoMapping>(hwInfoMapping_, this);
+  if (vlanFloodSetHwStatus_) {
+    velVlanFloodSetHwStatus_ =
+        std::make_unique<VelVlanFloodSetHwStatus>(vlanFloodSetHwStatus_, this);
+  }
+  handleInitialized();
+}
+
+Vel::Ptr<EvpnVlanFloodSetSm> EvpnVlanFloodSetSm::EvpnVlanFloodSetSmIs(
+    Vel::Ptr<L2Rib::FloodSetOutput const> const& floodSetOutput,
+    Vel::Ptr<TunnelIdToHwTunnelIdMapping const> const& hwTunnelIdMapping,
+    Vel::Ptr<HwInfoMapping const> const& hwInfoMapping,
+    Vel::Ptr<EvpnVlanFloodSetHwConfig> const& vlanFloodSetHwConfig,
+    Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus) {
+  return Vel::Ptr<EvpnVlanFloodSetSm>(new EvpnVlanFloodSetSm(
+      floodSetOutput, hwTunnelIdMapping, hwInfoMapping, vlanFloodSetHwConfig,
+      vlanFloodSetHwStatus));
+}
+
+Vel::Ptr<EvpnVlanFloodSetSm> evpnVlanFloodSetSmFactory(
+    Vel::Ptr<L2Rib::FloodSetOutput const> const& floodSetOutput,
+    Vel::Ptr<TunnelIdToHwTunnelIdMapping const> const& hwTunnelIdMapping,
+    Vel::Ptr<HwInfoMapping const> const& hwInfoMapping,
+    Vel::Ptr<EvpnVlanFloodSetHwConfig> const& vlanFloodSetHwConfig,
+    Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus) {
+  return EvpnVlanFloodSetSm::EvpnVlanFloodSetSmIs(floodSetOutput, hwTunnelIdMapping,
+                                                  hwInfoMapping, vlanFloodSetHwConfig,
+                                                  vlanFloodSetHwStatus);
+}
+
+EvpnVlanFloodSetSm::VelVlanFloodSetHwStatus::VelVlanFloodSetHwStatus(
+    Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& s, EvpnVlanFloodSetSm* sm)
+    : NotifieeConst(s), sm_(sm) {
+  for (auto [pair, status] : s->statusColl()) sm_->vlanFloodSetStatusIs(status);
+}
+
+// Initialization: start from an empty hardware configuration, so that configurations left by
+// an earlier instance go, then walk the input. The flag is set after the walk.
+
+void EvpnVlanFloodSetSm::handleInitialized() {
+  NOX_TRACE_ENTRY("handleInitialized ");
+  vlanFloodSetHwConfig_->configDelAll();
+  if (floodSetOutput_) {
+    for (auto [vlan, vlanFloodSet] : floodSetOutput_->vlanFloodSetColl()) {
+      for (auto [mac, floodSet] : vlanFloodSet->floodSetColl()) {
+        for (auto [dest, flag] : floodSet->destSetColl()) processMplsDest(vlan, mac, dest);
+      }
+    }
+  }
+  initialized_ = true;
+}
+
+// Flood-set handlers. A departed VLAN or flood set is still held by its reactor, so every one
+// of its former destinations is processed once more, now absent from the input.
+
+void EvpnVlanFloodSetSm::handleVlanFloodSet(VelVlanFloodSet& reactor) {
+  NOX_TRACE_ENTRY("handleVlanFloodSet vlan: {}", reactor.key());
+  if (!initialized()) return;
+  for (auto [mac, floodSet] : reactor.notifier()->floodSetColl()) {
+    for (auto [dest, flag] : floodSet->destSetColl()) processMplsDest(reactor.key(), mac, dest);
+  }
+}
+
+void EvpnVlanFloodSetSm::handleFloodSet(VelFloodSet& reactor) {
+  NOX_TRACE_ENTRY("handleFloodSet vlan: {} mac: {}", reactor.vlan(), reactor.key());
+  if (!initialized()) return;
+  for (auto [dest, flag] : reactor.notifier()->destSetColl()) {
+    processMplsDest(reactor.vlan(), reactor.key(), dest);
+  }
+}
+
+void EvpnVlanFloodSetSm::handleDestSet(VelFloodSet& reactor, Dest const& dest) {
+  NOX_TRACE_ENTRY("handleDestSet vlan: {} mac: {} dest: {}", reactor.vlan(), reactor.key(), dest);
+  if (!initialized()) return;
+  processMplsDest(reactor.vlan(), reactor.key(), dest);
+}
+
+// Hardware tunnel ids and hardware information.
+
+void EvpnVlanFloodSetSm::VelHwTunnelIdMapping::onTunnelIdToHwTunnelId(TunnelId const& tunnelId) {
+  sm_->handleHwTunnelIdMapping(tunnelId);
+}
+
+void EvpnVlanFloodSetSm::VelHwTunnelIdMapping::onTunnelIdToHwTunnelId() {
+  // The whole table may have changed: look again at every tunnel in use.
+  std::vector<TunnelId> tunnels;
+  for (auto [tunnel, set] : sm_->tunnelToFloodSetEntryColl()) tunnels.push_back(tunnel);
+  for (TunnelId const& tunnel : tunnels) sm_->handleHwTunnelIdMapping(tunnel);
+}
+
+void EvpnVlanFloodSetSm::handleHwTunnelIdMapping(TunnelId const& tunnelId) {
+  NOX_TRACE_ENTRY(" handleHwTunnelIdMapping tunnelId: {}", tunnelId);
+  if (!initialized()) return;
+  auto dests = tunnelToFloodSetEntry(tunnelId);
+  if (!dests) {
+    NOX_TRACE_CHANGE(" no dests associated with this tunnel {}", tunnelId);
+    return;
+  }
+  for (auto [d, flag] : dests->vlanMacDestSetColl()) processMplsDestConfig(d);
+}
+
+void EvpnVlanFloodSetSm::VelHwInfoMapping::onMapping(MplsFloodSetVia const& via) {
+  sm_->handleHwInfoMapping(via);
+}
+
+void EvpnVlanFloodSetSm::handleHwInfoMapping(MplsFloodSetVia const& via) {
+  NOX_TRACE_ENTRY("handleHwInfoMapping ( {}, {} )", via.tunnelId(), via.label());
+  if (!initialized()) return;
+  auto dests = hwInfoMapKeyToFloodSetEntry(via);
+  if (!dests) {
+    NOX_TRACE_CHANGE(" hwId is not ready ");
+    return;
+  }
+  for (auto [d, flag] : dests->vlanMacDestSetColl()) processMplsDestConfig(d);
+}
+
+// Status of programmed configurations: observed and traced only.
+
+void EvpnVlanFloodSetSm::VelVlanFloodSetHwStatus::onStatus(MacVlanPair const& pair) {
+  Vel::Ptr<VlanFloodSetStatus const> member = notifier()->status(pair);
+  Vel::followMember(
+      member != nullptr, [&] { sm_->vlanFloodSetStatusIs(member); },
+      [&] {
+        if (auto* reactor = sm_->vlanFloodSetStatus(pair)) reactor->handleVlanFloodSetStatus();
+      },
+      [&] { sm_->vlanFloodSetStatusDel(pair); });
+}
+
+void EvpnVlanFloodSetSm::VelVlanFloodSetStatus::onMplsDestStatus(MplsDestConfig const& config) {
+  handleMplsDestStatus(config);
+}
+
+void EvpnVlanFloodSetSm::VelVlanFloodSetStatus::handleVlanFloodSetStatus() {
+  NOX_TRACE_ENTRY("handleVlanFloodSetStatus vlan: {} mac: {}", key().vlanId(), key().macAddr());
+  if (!sm_->initialized()) return;
+  for (auto [config, status] : notifier()->mplsDestStatusColl()) handleMplsDestStatus(config);
+}
+
+void EvpnVlanFloodSetSm::VelVlanFloodSetStatus::handleMplsDestStatus(MplsDestConfig const& config) {
+  NOX_TRACE_ENTRY(" handleMplsDestStatus vlan: {} mac: {} tunnelId: {} label: {}",
+                  key().vlanId(), key().macAddr(), config.tunnelId(), config.label());
+  if (!sm_->initialized()) return;
+  if (sm_->isMplsDestConfigProgrammed(key(), config)) {
+    NOX_TRACE_CHANGE("  config is programmed in hardware");
+  } else {
+    NOX_TRACE_CHANGE("  config is not programmed in hardware");
+  }
+}
+
+bool EvpnVlanFloodSetSm::isMplsDestConfigProgrammed(MacVlanPair const& pair,
+                                                    MplsDestConfig const& config) const {
+  auto status = vlanFloodSetHwStatus_ ? vlanFloodSetHwStatus_->status(pair) : nullptr;
+  if (!status) return false;
+  HwProgrammingStatus const* value = status->mplsDestStatusColl().find(config);
+  return value && *value == programmed;
+}
+
+// Workers.
+
+void EvpnVlanFloodSetSm::processMplsDest(VlanId vlan, EthAddr const& mac, Dest const& dest) {
+  NOX_TRACE_ENTRY(" processMplsDest vlan: {} mac: {} dest: {}", vlan, mac, dest);
+  VEL_ASSERT(dest.destType() == L2Rib::destTypeMpls_);
+  VlanMacDest const d(vlan, mac, dest);
+  updateInternalMapping(d);
+  processMplsDestConfig(d);
+}
+
+void EvpnVlanFloodSetSm::updateInternalMapping(VlanMacDest const& d) {
+  TunnelId const tunnel = d.dest().destDataMpls().tunnelId();
+  MplsFloodSetVia const via = viaOf(d.dest());
+  if (isDestInFloodSet(d.vlanId(), d.macAddr(), d.dest())) {
+    NOX_TRACE_CHANGE("   add entry to internal mappings");
+    tunnelToFloodSetEntryIs(tunnel)->vlanMacDestSetIs(d, true);
+    hwInfoMapKeyToFloodSetEntryIs(via)->vlanMacDestSetIs(d, true);
+    return;
+  }
+  NOX_TRACE_CHANGE("   remove entry from internal mappings");
+  if (auto byTunnel = tunnelToFloodSetEntry(tunnel)) {
+    byTunnel->vlanMacDestSetDel(d);
+    if (byTunnel->vlanMacDestSets() == 0) tunnelToFloodSetEntryDel(tunnel);
+  }
+  if (auto byVia = hwInfoMapKeyToFloodSetEntry(via)) {
+    byVia->vlanMacDestSetDel(d);
+    if (byVia->vlanMacDestSets() == 0) hwInfoMapKeyToFloodSetEntryDel(via);
+  }
+}
+
+bool EvpnVlanFloodSetSm::isDestInFloodSet(VlanId vlan, EthAddr const& mac,
+                                          Dest const& dest) const {
+  auto vlanFloodSet = floodSetOutput_ ? floodSetOutput_->vlanFloodSet(vlan) : nullptr;
+  auto floodSet = vlanFloodSet ? vlanFloodSet->floodSet(mac) : nullptr;
+  return floodSet && floodSet->destSetIsMemberOf(dest);
+}
+
+void EvpnVlanFloodSetSm::processMplsDestConfig(VlanMacDest const& d) {
+  NOX_TRACE_ENTRY("  processMplsDestConfig vlan: {} mac: {} dest: {}", d.vlanId(), d.macAddr(),
+                  d.dest());
+  MplsFloodSetVia const via = viaOf(d.dest());
+  if (hwInfoMapping_ && hwInfoMapping_->mappingIsMemberOf(via)) {
+    if (isDestInFloodSet(d.vlanId(), d.macAddr(), d.dest())) {
+      addOrUpdateMplsDestHwConfig(d);
+    } else {
+      deleteMplsDestHwConfig(d);
+    }
+    return;
+  }
+  NOX_TRACE_CHANGE("   hwId not ready for dest, tunnelId: {} label: {}", via.tunnelId(),
+                   via.label());
+  // Withdraw what was published with hardware information that is gone.
+  deleteMplsDestHwConfig(d);
+}
+
+MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig(Dest const& dest) {
+  TunnelId const tunnelId = dest.destDataMpls().tunnelId();
+  VEL_ASSERT(tunnelId != Tunnel::TunnelTable::TunnelId::invalid());
+  MplsFloodSetVia const key = viaOf(dest);
+  VEL_ASSERT(hwInfoMapping()->mappingColl().isMemberOf( key ));
+  HwTunnelId const hwTunnelId =
+      hwTunnelIdMapping_ ? hwTunnelIdMapping_->tunnelIdToHwTunnelId(tunnelId).hwTunnelId()
+                         : HwTunnelId();
+  MplsDestHwInfo const hwInfo = hwInfoMapping_->mapping(key);
+  return MplsDestConfig(tunnelId, key.label(), hwTunnelId, hwInfo.hwIdForTunnelProgramming(),
+                        hwInfo.l2IntfId());
+}
+
+void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig(VlanMacDest const& d) {
+  MplsDestConfig const fresh = createMplsDestConfig(d.dest());
+  MplsDestConfig const existing = mplsDestHwConfig(d);
+  if (existing == fresh) {
+    NOX_TRACE_CHANGE("   no change in hardware config, skip {}", fresh);
+    return;
+  }
+  auto config = vlanFloodSetHwConfig_->configIs(d.pair());
+  config->mplsDestConfigIs(fresh, true);
+  if (!!existing) {
+    NOX_TRACE_CHANGE(
+        "   update hardware config, existing: ( tunnelId: {} label: {} hwTunnelId: {} hwId: {} "
+        "l2IntfId: {} ), new: ( tunnelId {} label: {} hwTunnelId: {} hwId: {} l2IntfId: {} )",
+        existing.tunnelId(), existing.label(), existing.hwTunnelId(),
+        existing.hwIdForTunnelProgramming(), existing.l2IntfId(), fresh.tunnelId(), fresh.label(),
+        fresh.hwTunnelId(), fresh.hwIdForTunnelProgramming(), fresh.l2IntfId());
+    config->mplsDestConfigDel(existing);
+  } else {
+    NOX_TRACE_CHANGE(
+        "   add hardware config: tunnelId: {} label: {} hwTunnelId: {} hwId: {} l2IntfId: {}",
+        fresh.tunnelId(), fresh.label(), fresh.hwTunnelId(), fresh.hwIdForTunnelProgramming(),
+        fresh.l2IntfId());
+  }
+  mplsDestHwConfigIs(d, fresh);
+}
+
+void EvpnVlanFloodSetSm::deleteMplsDestHwConfig(VlanMacDest const& d) {
+  MplsDestConfig const existing = mplsDestHwConfig(d);
+  if (!existing) return;
+  NOX_TRACE_CHANGE(
+      "   remove hardware config: tunnelId: {} label: {} hwTunnelId: {} hwId: {} l2IntfId: {}",
+      existing.tunnelId(), existing.label(), existing.hwTunnelId(),
+      existing.hwIdForTunnelProgramming(), existing.l2IntfId());
+  if (auto config = vlanFloodSetHwConfig_->config(d.pair())) {
+    config->mplsDestConfigDel(existing);
+    if (config->mplsDestConfigs() == 0) vlanFloodSetHwConfig_->configDel(d.pair());
+  }
+  mplsDestHwConfigDel(d);
+}
+
+VEL_REGISTER_TYPE(EvpnVlanFloodSetSm);
+
+}  // namespace Nox

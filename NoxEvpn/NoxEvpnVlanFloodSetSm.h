@@ -1,0 +1,164 @@
+#pragma once
+
+// Nox::EvpnVlanFloodSetSm turns the MPLS destinations of the (filtered) flood sets into hardware
+// configuration: one Nox::MplsDestConfig per VLAN, MAC address and destination, published in
+// the pair's Nox::VlanFloodSetConfig once the hardware information of the destination's via is
+// known, and re-created whenever that information or the tunnel's hardware id changes.
+
+#include <memory>
+
+#include "NoxEvpn/NoxEvpn.h"
+#include "NoxEvpn/NoxEvpnFloodSetReactors.h"
+#include "NoxEvpn/NoxEvpnVlanFloodSet.h"
+#include "platform/vel/Vel.h"
+
+namespace Nox {
+
+class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
+ public:
+  using Reactors = FloodSetReactors<EvpnVlanFloodSetSm>;
+  using VelFloodSetOutput = Reactors::VelFloodSetOutput;
+  using VelVlanFloodSet = Reactors::VelVlanFloodSet;
+  using VelFloodSet = Reactors::VelFloodSet;
+  static constexpr std::string_view floodSetOutputReactorName = "VelFloodSetOutput";
+
+  class VelHwTunnelIdMapping : public TunnelIdToHwTunnelIdMapping::NotifieeConst {
+   public:
+    VelHwTunnelIdMapping(Vel::Ptr<TunnelIdToHwTunnelIdMapping const> const& m,
+                         EvpnVlanFloodSetSm* sm)
+        : NotifieeConst(m), sm_(sm) {}
+    void onTunnelIdToHwTunnelId(TunnelId const& tunnelId) override;
+    void onTunnelIdToHwTunnelId() override;
+    VEL_DESCRIBE("Nox::EvpnVlanFloodSetSm::VelHwTunnelIdMapping", "hwTunnelIdMapping")
+
+   private:
+    EvpnVlanFloodSetSm* sm_;
+  };
+
+  class VelHwInfoMapping : public HwInfoMapping::NotifieeConst {
+   public:
+    VelHwInfoMapping(Vel::Ptr<HwInfoMapping const> const& m, EvpnVlanFloodSetSm* sm)
+        : NotifieeConst(m), sm_(sm) {}
+    void onMapping(MplsFloodSetVia const& via) override;
+    VEL_DESCRIBE("Nox::EvpnVlanFloodSetSm::VelHwInfoMapping", "hwInfoMapping")
+
+   private:
+    EvpnVlanFloodSetSm* sm_;
+  };
+
+  // Watches the status of one flood set (one MAC address and VLAN).
+  class VelVlanFloodSetStatus : public VlanFloodSetStatus::NotifieeConst {
+   public:
+    VelVlanFloodSetStatus(Vel::Ptr<VlanFloodSetStatus const> const& status, EvpnVlanFloodSetSm* sm)
+        : NotifieeConst(status), sm_(sm) {}
+    Bridging::MacVlanPair const& key() const { return notifier()->key(); }
+    void onMplsDestStatus(MplsDestConfig const& config) override;
+    void handleVlanFloodSetStatus();
+    void handleMplsDestStatus(MplsDestConfig const& config);
+    VEL_DESCRIBE("Nox::EvpnVlanFloodSetSm::VelVlanFloodSetStatus", "mplsDestStatus")
+
+   private:
+    EvpnVlanFloodSetSm* sm_;
+  };
+
+  class VelVlanFloodSetHwStatus : public EvpnVlanFloodSetHwStatus::NotifieeConst {
+   public:
+    VelVlanFloodSetHwStatus(Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& s,
+                            EvpnVlanFloodSetSm* sm);
+    void onStatus(Bridging::MacVlanPair const& pair) override;
+    VEL_DESCRIBE("Nox::EvpnVlanFloodSetSm::VelVlanFloodSetHwStatus", "vlanFloodSetHwStatus")
+
+   private:
+    EvpnVlanFloodSetSm* sm_;
+  };
+
+  static Vel::Ptr<EvpnVlanFloodSetSm> EvpnVlanFloodSetSmIs(
+      Vel::Ptr<L2Rib::FloodSetOutput const> const& floodSetOutput,
+      Vel::Ptr<TunnelIdToHwTunnelIdMapping const> const& hwTunnelIdMapping,
+      Vel::Ptr<HwInfoMapping const> const& hwInfoMapping,
+      Vel::Ptr<EvpnVlanFloodSetHwConfig> const& vlanFloodSetHwConfig,
+      Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus);
+
+  Vel::Ptr<L2Rib::FloodSetOutput const> const& floodSetOutput() const { return floodSetOutput_; }
+  Vel::Ptr<TunnelIdToHwTunnelIdMapping const> const& hwTunnelIdMapping() const {
+    return hwTunnelIdMapping_;
+  }
+  Vel::Ptr<HwInfoMapping const> const& hwInfoMapping() const { return hwInfoMapping_; }
+  Vel::Ptr<EvpnVlanFloodSetHwConfig> const& vlanFloodSetHwConfig() const {
+    return vlanFloodSetHwConfig_;
+  }
+  Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus() const {
+    return vlanFloodSetHwStatus_;
+  }
+  bool initialized() const { return initialized_; }
+
+  void handleInitialized();
+  void handleVlanFloodSet(VelVlanFloodSet& reactor);
+  void handleFloodSet(VelFloodSet& reactor);
+  void handleDestSet(VelFloodSet& reactor, L2Rib::Dest const& dest);
+  void handleHwTunnelIdMapping(TunnelId const& tunnelId);
+  void handleHwInfoMapping(MplsFloodSetVia const& via);
+
+  void processMplsDest(Bridging::VlanId vlan, Gantry::EthAddr const& mac, L2Rib::Dest const& dest);
+  void updateInternalMapping(VlanMacDest const& d);
+  void processMplsDestConfig(VlanMacDest const& d);
+  MplsDestConfig createMplsDestConfig(L2Rib::Dest const& dest);
+  void addOrUpdateMplsDestHwConfig(VlanMacDest const& d);
+  void deleteMplsDestHwConfig(VlanMacDest const& d);
+  bool isDestInFloodSet(Bridging::VlanId vlan, Gantry::EthAddr const& mac,
+                        L2Rib::Dest const& dest) const;
+  bool isMplsDestConfigProgrammed(Bridging::MacVlanPair const& pair,
+                                  MplsDestConfig const& config) const;
+
+  VEL_DESCRIBE("Nox::EvpnVlanFloodSetSm", "floodSetOutput", "hwTunnelIdMapping", "hwInfoMapping",
+               "vlanFloodSetHwConfig", "vlanFloodSetHwStatus", "tunnelToFloodSetEntry",
+               "mplsDestHwConfig", "hwInfoMapKeyToFloodSetEntry", "initialized")
+
+ private:
+  EvpnVlanFloodSetSm(Vel::Ptr<L2Rib::FloodSetOutput const> const& floodSetOutput,
+                     Vel::Ptr<TunnelIdToHwTunnelIdMapping const> const& hwTunnelIdMapping,
+                     Vel::Ptr<HwInfoMapping const> const& hwInfoMapping,
+                     Vel::Ptr<EvpnVlanFloodSetHwConfig> const& vlanFloodSetHwConfig,
+                     Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus);
+
+  // MPLS-only flood sets, watched per VLAN and per MAC address.
+  Vel::Ptr<L2Rib::FloodSetOutput const> floodSetOutput_;
+  std::unique_ptr<VelFloodSetOutput> velFloodSetOutput_;
+  // Tunnel id to hardware tunnel id.
+  Vel::Ptr<TunnelIdToHwTunnelIdMapping const> hwTunnelIdMapping_;
+  std::unique_ptr<VelHwTunnelIdMapping> velHwTunnelIdMapping_;
+  // Via to hardware information.
+  Vel::Ptr<HwInfoMapping const> hwInfoMapping_;
+  std::unique_ptr<VelHwInfoMapping> velHwInfoMapping_;
+  // Per (MAC, VLAN), the configurations to program; this machine is their only writer.
+  Vel::Ptr<EvpnVlanFloodSetHwConfig> vlanFloodSetHwConfig_;
+  // Per (MAC, VLAN), the programming status of each configuration, watched per pair.
+  Vel::Ptr<EvpnVlanFloodSetHwStatus const> vlanFloodSetHwStatus_;
+  std::unique_ptr<VelVlanFloodSetHwStatus> velVlanFloodSetHwStatus_;
+
+ public:
+  // Which flood-set destinations use each tunnel.
+  VEL_INTERNAL_ENTITY_COLLECTION(tunnelToFloodSetEntry, TunnelToFloodSetEntry, TunnelId,
+                                 TunnelVlanMacDestSet)
+  // The configuration last published for each destination (the empty one when none).
+  VEL_INTERNAL_VALUE_COLLECTION(mplsDestHwConfig, MplsDestHwConfig, VlanMacDest, MplsDestConfig)
+  // Which flood-set destinations use each via.
+  VEL_INTERNAL_ENTITY_COLLECTION(hwInfoMapKeyToFloodSetEntry, HwInfoMapKeyToFloodSetEntry,
+                                 MplsFloodSetVia, MplsFloodSetViaToVlanMacDestSet)
+  // Reactors of the input flood sets and statuses.
+  VEL_REACTOR_COLLECTION(vlanFloodSet, Bridging::VlanId, VelVlanFloodSet, L2Rib::VlanFloodSet)
+  VEL_REACTOR_COLLECTION(vlanFloodSetStatus, Bridging::MacVlanPair, VelVlanFloodSetStatus,
+                         VlanFloodSetStatus)
+
+ private:
+  bool initialized_ = false;
+};
+
+Vel::Ptr<EvpnVlanFloodSetSm> evpnVlanFloodSetSmFactory(
+    Vel::Ptr<L2Rib::FloodSetOutput const> const& floodSetOutput,
+    Vel::Ptr<TunnelIdToHwTunnelIdMapping const> const& hwTunnelIdMapping,
+    Vel::Ptr<HwInfoMapping const> const& hwInfoMapping,
+    Vel::Ptr<EvpnVlanFloodSetHwConfig> const& vlanFloodSetHwConfig,
+    Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus);
+
+}  // namespace Nox

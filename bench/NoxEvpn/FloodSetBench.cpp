@@ -1,0 +1,168 @@
+// The flood-set path at data-centre scale: 4094 VLANs x 16 MACs x 8 MPLS destinations.
+// - filter: one destination change end to end (input -> filter -> output notified), and a cold
+//   start over the whole input;
+// - floodset (over 2000 vias): cold start, one via's hardware information publishing 100 waiting
+//   destinations, one hardware tunnel id change updating every destination of its tunnel.
+
+#include <benchmark/benchmark.h>
+
+#include "NoxEvpn/NoxEvpnVlanFloodSetFilterSm.h"
+#include "NoxEvpn/NoxEvpnVlanFloodSetSm.h"
+
+namespace {
+
+constexpr int vlans = 4094;
+constexpr int macsPerVlan = 16;
+constexpr int destsPerFloodSet = 8;
+constexpr int vias = 2000;
+constexpr int tunnels = 200;
+
+// Destination n of the whole input: vias are shared round robin, 10 labels per tunnel.
+L2Rib::Dest mplsDest(uint64_t n) {
+  uint64_t const via = n % vias;
+  return L2Rib::Dest::mpls(L2Rib::DestId(n + 1),
+                           Gantry::IntfId(Gantry::IntfId::Kind::tunnel, 1 + via % tunnels),
+                           Gantry::MplsLabel(uint32_t(1000 + via / tunnels)));
+}
+
+Vel::Ptr<L2Rib::FloodSetOutput> bigInput() {
+  auto in = L2Rib::floodSetOutputFactory();
+  uint64_t n = 0;
+  for (int v = 1; v <= vlans; ++v) {
+    auto vfs = in->vlanFloodSetIs(Bridging::VlanId(uint16_t(v)));
+    for (int m = 0; m < macsPerVlan; ++m) {
+      auto fs = vfs->floodSetIs(Gantry::EthAddr::fromValue(0x10000 + m));
+      for (int d = 0; d < destsPerFloodSet; ++d) fs->destSetIs(mplsDest(n++), true);
+    }
+  }
+  return in;
+}
+
+Vel::Ptr<L2Rib::FloodSetOutput> const& sharedInput() {
+  static Vel::Ptr<L2Rib::FloodSetOutput> in = bigInput();
+  return in;
+}
+
+class OutputCounter : public L2Rib::FloodSet::NotifieeConst {
+ public:
+  using NotifieeConst::NotifieeConst;
+  void onDestSet(L2Rib::Dest const&) override { ++changes; }
+  uint64_t changes = 0;
+};
+
+void BM_FilterColdStart(benchmark::State& state) {
+  auto const& in = sharedInput();
+  for (auto _ : state) {
+    auto out = L2Rib::floodSetOutputFactory();
+    auto sm = Nox::vlanFloodSetFilterSmFactory(L2Rib::destTypeMpls_, in, out);
+    benchmark::DoNotOptimize(out->vlanFloodSets());
+    state.PauseTiming();
+    sm = nullptr;
+    out = nullptr;
+    state.ResumeTiming();
+  }
+  state.counters["dests"] = double(vlans) * macsPerVlan * destsPerFloodSet;
+}
+
+void BM_FilterDestinationChange(benchmark::State& state) {
+  auto const& in = sharedInput();
+  auto out = L2Rib::floodSetOutputFactory();
+  auto sm = Nox::vlanFloodSetFilterSmFactory(L2Rib::destTypeMpls_, in, out);
+  auto const v = Bridging::VlanId(2000);
+  auto const m = Gantry::EthAddr::fromValue(0x10007);
+  auto inSet = in->vlanFloodSet(v)->floodSet(m);
+  OutputCounter counter(out->vlanFloodSet(v)->floodSet(m));
+  L2Rib::Dest const d = mplsDest(999999);
+  for (auto _ : state) {
+    inSet->destSetIs(d, true);
+    inSet->destSetDel(d);
+  }
+  if (counter.changes != 2 * uint64_t(state.iterations())) state.SkipWithError("lost a change");
+  state.SetItemsProcessed(2 * state.iterations());
+}
+
+struct FloodSetWorld {
+  Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnelTable =
+      Nox::tunnelIdToHwTunnelIdMappingFactory("bench.tunnelIdToHwTunnelId");
+  Vel::Ptr<Nox::HwInfoMapping> hwInfo = Nox::hwInfoMappingFactory();
+  Vel::Ptr<Nox::EvpnVlanFloodSetHwConfig> hwConfig = Nox::evpnVlanFloodSetHwConfigFactory();
+  Vel::Ptr<Nox::EvpnVlanFloodSetHwStatus> hwStatus = Nox::evpnVlanFloodSetHwStatusFactory();
+  Vel::Ptr<Nox::EvpnVlanFloodSetSm> sm;
+
+  Nox::MplsFloodSetVia via(uint64_t v) const {
+    return Nox::MplsFloodSetVia(Nox::TunnelId(1 + v % tunnels),
+                                Gantry::MplsLabel(uint32_t(1000 + v / tunnels)));
+  }
+  void allViasReady(uint64_t except = vias) {
+    for (uint64_t v = 0; v < vias; ++v) {
+      if (v != except) hwInfo->mappingIs(via(v), Nox::MplsDestHwInfo(70000 + v, Gantry::IntfId("L2Intf1")));
+    }
+  }
+  void start() {
+    sm = Nox::evpnVlanFloodSetSmFactory(sharedInput(), tunnelTable, hwInfo, hwConfig, hwStatus);
+  }
+};
+
+void BM_FloodSetColdStart(benchmark::State& state) {
+  uint64_t published = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto world = std::make_unique<FloodSetWorld>();
+    world->allViasReady();
+    state.ResumeTiming();
+    world->start();
+    published += world->sm->mplsDestHwConfigs();
+    state.PauseTiming();
+    world.reset();
+    state.ResumeTiming();
+  }
+  state.counters["configs"] = double(published) / double(state.iterations());
+  state.counters["per_config"] = benchmark::Counter(
+      double(published), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+
+// One via's hardware information arrives: its waiting destinations (4094*16*8/2000, about 262)
+// are published; then it leaves again. Reported per published configuration.
+void BM_FloodSetHwInfoArrival(benchmark::State& state) {
+  FloodSetWorld world;
+  uint64_t const lateVia = 7;
+  world.allViasReady(lateVia);
+  world.start();
+  std::size_t const before = world.sm->mplsDestHwConfigs();
+  uint64_t published = 0;
+  for (auto _ : state) {
+    world.hwInfo->mappingIs(world.via(lateVia), Nox::MplsDestHwInfo(5, Gantry::IntfId("L2Intf5")));
+    published += world.sm->mplsDestHwConfigs() - before;
+    world.hwInfo->mappingDel(world.via(lateVia));
+  }
+  state.counters["per_config"] = benchmark::Counter(
+      double(published), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  state.counters["configs"] = double(published) / double(state.iterations());
+}
+
+// One tunnel's hardware id changes: every destination of the tunnel (about 2600) is updated.
+void BM_FloodSetHwTunnelIdChange(benchmark::State& state) {
+  FloodSetWorld world;
+  world.allViasReady();
+  world.start();
+  Nox::TunnelId const tunnel(3);
+  uint64_t const updated = world.sm->tunnelToFloodSetEntry(tunnel)->vlanMacDestSets();
+  uint32_t hw = 1;
+  for (auto _ : state) {
+    world.tunnelTable->tunnelIdToHwTunnelIdIs({tunnel, Nox::HwTunnelId(++hw)});
+  }
+  state.counters["per_config"] = benchmark::Counter(
+      double(updated) * double(state.iterations()),
+      benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  state.counters["configs"] = double(updated);
+}
+
+BENCHMARK(BM_FilterColdStart)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_FilterDestinationChange);
+BENCHMARK(BM_FloodSetColdStart)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_FloodSetHwInfoArrival)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_FloodSetHwTunnelIdChange)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();

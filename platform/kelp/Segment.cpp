@@ -1,0 +1,241 @@
+// Files, descriptors and mappings of table segments; see Segment.h.
+
+#include "platform/kelp/Segment.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <mutex>
+#include <utility>
+
+#include "platform/kelp/Exception.h"
+#include "platform/kelp/Layout.h"
+
+namespace Kelp {
+
+namespace {
+
+constexpr mode_t segmentMode = 0644;
+
+std::string systemError(char const* what) {
+  return std::string(what) + ": " + std::strerror(errno);
+}
+
+// Descriptors that carry a writer's flock. A forked child shares the lock through its copy of
+// the descriptor; closing that copy in the child leaves the lock with the parent alone, so the
+// lock still dies with the parent.
+constexpr std::size_t maxLockedFds = 256;
+std::atomic<int> lockedFds[maxLockedFds];
+
+void closeLockedFdsInChild() {
+  for (auto& fd : lockedFds) {
+    int const f = fd.exchange(-1);
+    if (f >= 0) ::close(f);
+  }
+}
+
+void rememberLockedFd(int fd) {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    for (auto& f : lockedFds) f.store(-1);
+    pthread_atfork(nullptr, nullptr, closeLockedFdsInChild);
+  });
+  for (auto& f : lockedFds) {
+    int expected = -1;
+    if (f.compare_exchange_strong(expected, fd)) return;
+  }
+}
+
+void forgetLockedFd(int fd) {
+  for (auto& f : lockedFds) {
+    int expected = fd;
+    if (f.compare_exchange_strong(expected, -1)) return;
+  }
+}
+
+Word peekWriterPid(int fd) {
+  Word pid = 0;
+  auto const offset = static_cast<off_t>(offsetof(Layout::Header, writerPid));
+  if (::pread(fd, &pid, sizeof pid, offset) != static_cast<ssize_t>(sizeof pid)) return 0;
+  return pid;
+}
+
+[[noreturn]] void refuseLiveWriter(std::string const& table, int fd) {
+  Word const pid = peekWriterPid(fd);
+  ::close(fd);
+  throw OpenException(table, "refused: a live writer (pid " + std::to_string(pid) +
+                                 ") already has the table open for writing");
+}
+
+int lockOrRefuse(std::string const& table, int fd) {
+  if (::flock(fd, LOCK_EX | LOCK_NB) != 0) refuseLiveWriter(table, fd);
+  rememberLockedFd(fd);
+  return fd;
+}
+
+}  // namespace
+
+std::string segmentPath(std::string const& table) {
+  std::string const name = !table.empty() && table[0] == '/' ? table.substr(1) : table;
+  if (name.empty() || name.size() > 200 || name.find('/') != std::string::npos || name == "." ||
+      name == "..") {
+    throw OpenException(table, "bad table name (want PREFIX.name, no '/', at most 200 chars)");
+  }
+  return "/" + name;
+}
+
+Segment::Segment(std::string table, int fd, Access access)
+    : table_(std::move(table)), fd_(fd), access_(access), ownerPid_(::getpid()) {
+  if (access_ != Access::process) path_ = segmentPath(table_);
+}
+
+Segment::Segment(Segment&& other) noexcept { *this = std::move(other); }
+
+Segment& Segment::operator=(Segment&& other) noexcept {
+  if (this == &other) return *this;
+  close();
+  table_ = std::move(other.table_);
+  path_ = std::move(other.path_);
+  fd_ = std::exchange(other.fd_, -1);
+  writable_ = other.writable_;
+  access_ = other.access_;
+  ownerPid_ = other.ownerPid_;
+  base_ = std::exchange(other.base_, nullptr);
+  bytes_ = std::exchange(other.bytes_, 0);
+  registry_ = std::exchange(other.registry_, nullptr);
+  return *this;
+}
+
+Segment::~Segment() { close(); }
+
+Segment Segment::claim(std::string const& table, bool* replacedStale) {
+  std::string const path = segmentPath(table);
+  *replacedStale = false;
+  int fd = ::shm_open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, segmentMode);
+  if (fd < 0) throw OpenException(table, systemError("shm_open"));
+  lockOrRefuse(table, fd);
+  struct stat st {};
+  if (::fstat(fd, &st) == 0 && st.st_size == 0) {
+    Segment s(table, fd, Access::writer);
+    s.writable_ = true;
+    return s;
+  }
+  // A segment nobody holds the lock of was left by a dead writer. Readers may still map it, so
+  // it is not reused in place: the name gets a new file and the old one lives on, unlinked,
+  // until its last reader lets go.
+  *replacedStale = true;
+  ::shm_unlink(path.c_str());
+  forgetLockedFd(fd);
+  ::close(fd);
+  fd = ::shm_open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, segmentMode);
+  if (fd < 0 && errno == EEXIST) {
+    throw OpenException(table, "refused: another writer claimed the table first");
+  }
+  if (fd < 0) throw OpenException(table, systemError("shm_open"));
+  lockOrRefuse(table, fd);
+  Segment s(table, fd, Access::writer);
+  s.writable_ = true;
+  return s;
+}
+
+Segment Segment::open(std::string const& table) {
+  std::string const path = segmentPath(table);
+  bool writable = true;
+  int fd = ::shm_open(path.c_str(), O_RDWR | O_CLOEXEC, 0);
+  if (fd < 0 && errno == EACCES) {
+    writable = false;
+    fd = ::shm_open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
+  }
+  if (fd < 0 && errno == ENOENT) throw OpenException(table, "no such table");
+  if (fd < 0) throw OpenException(table, systemError("shm_open"));
+  Segment s(table, fd, Access::reader);
+  s.writable_ = writable;
+  return s;
+}
+
+Segment Segment::anonymous(std::string const& table) { return Segment(table, -1, Access::process); }
+
+void Segment::resize(std::size_t bytes) {
+  if (bytes <= bytes_) return;
+  if (access_ == Access::process) {
+    void* p = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (p == MAP_FAILED) throw OpenException(table_, systemError("mmap"));
+    if (base_) std::memcpy(p, base_, bytes_);
+    unmap();
+    base_ = static_cast<std::byte*>(p);
+    bytes_ = bytes;
+    return;
+  }
+  if (::ftruncate(fd_, static_cast<off_t>(bytes)) != 0) {
+    throw OpenException(table_, systemError("ftruncate"));
+  }
+  map(bytes);
+}
+
+void Segment::map(std::size_t bytes) {
+  int const prot = access_ == Access::writer ? PROT_READ | PROT_WRITE : PROT_READ;
+  void* p = ::mmap(nullptr, bytes, prot, MAP_SHARED, fd_, 0);
+  if (p == MAP_FAILED) throw OpenException(table_, systemError("mmap"));
+#ifdef MADV_DONTFORK
+  // A mapping holds the file, and with it the writer's lock: a forked child must not inherit it.
+  if (access_ == Access::writer) ::madvise(p, bytes, MADV_DONTFORK);
+#endif
+  unmap();
+  base_ = static_cast<std::byte*>(p);
+  bytes_ = bytes;
+}
+
+void Segment::mapRegistry() {
+  if (!writable_ || registry_) return;
+  void* p = ::mmap(nullptr, Layout::pageBytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd_,
+                   static_cast<off_t>(Layout::registryOffset));
+  if (p != MAP_FAILED) registry_ = static_cast<std::byte*>(p);
+}
+
+void Segment::unlinkName() {
+  if (access_ == Access::writer && ownerPid_ == ::getpid()) ::shm_unlink(path_.c_str());
+}
+
+std::size_t Segment::fileBytes() const {
+  if (access_ == Access::process) return bytes_;
+  struct stat st {};
+  if (::fstat(fd_, &st) != 0) return 0;
+  return static_cast<std::size_t>(st.st_size);
+}
+
+ino_t Segment::inode() const {
+  struct stat st {};
+  if (fd_ < 0 || ::fstat(fd_, &st) != 0) return 0;
+  return st.st_ino;
+}
+
+void Segment::unmap() {
+  // A forked child has no writer mapping; the address range may hold something else of its own.
+  bool const inherited = access_ == Access::writer && ownerPid_ != ::getpid();
+  if (base_ && !inherited) ::munmap(base_, bytes_);
+  base_ = nullptr;
+  bytes_ = 0;
+}
+
+void Segment::close() {
+  unmap();
+  if (registry_) ::munmap(registry_, Layout::pageBytes);
+  registry_ = nullptr;
+  // A forked child that inherited this object closed its copy of a writer's descriptor already
+  // (and the number may since name another file of the child's).
+  if (fd_ >= 0 && ownerPid_ == ::getpid()) {
+    if (access_ == Access::writer) forgetLockedFd(fd_);
+    ::close(fd_);
+  }
+  fd_ = -1;
+}
+
+}  // namespace Kelp

@@ -1,0 +1,330 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+
+#include "NoxEvpn/NoxEvpnVlanFloodSetSm.h"
+#include "platform/trace/CaptureSink.h"
+#include "platform/trace/Trace.h"
+#include "tests/NoxEvpn/FloodSetTestUtil.h"
+
+namespace {
+
+using Lines = std::set<std::string>;
+using NoxTest::dest;
+using NoxTest::mac;
+using NoxTest::vlan;
+using Nox::HwTunnelId;
+using Nox::TunnelId;
+
+// Hardware configuration as lines "VLAN MAC tunnel=T label=L hwTunnelId=H hwId=X l2Intf=I".
+Lines render(Nox::EvpnVlanFloodSetHwConfig const& hw) {
+  Lines lines;
+  for (auto [pair, config] : hw.configColl()) {
+    if (config->mplsDestConfigs() == 0) lines.insert(pair.macAddr().stringValue() + " empty");
+    for (auto [c, flag] : config->mplsDestConfigColl()) {
+      std::ostringstream os;
+      os << pair.vlanId() << " " << pair.macAddr() << " tunnel=" << c.tunnelId()
+         << " label=" << c.label() << " hwTunnelId=" << c.hwTunnelId()
+         << " hwId=" << c.hwIdForTunnelProgramming() << " l2Intf=" << c.l2IntfId();
+      lines.insert(os.str());
+    }
+  }
+  return lines;
+}
+
+Nox::MplsFloodSetVia via(uint64_t tunnel, uint32_t label) {
+  return Nox::MplsFloodSetVia(TunnelId(tunnel), Gantry::MplsLabel(label));
+}
+Nox::MplsDestHwInfo hwInfo(uint64_t hwId, std::string const& l2) {
+  return Nox::MplsDestHwInfo(hwId, Gantry::IntfId(l2));
+}
+
+class FloodSetSmTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Trace::sinkDelAll();
+    Trace::sinkAdd(capture);
+    Trace::levelIs("NoxEvpn", 1);
+  }
+  void TearDown() override {
+    Trace::levelIs("NoxEvpn", -1);
+    Trace::sinkDelAll();
+  }
+  void start() {
+    sm = Nox::evpnVlanFloodSetSmFactory(in, tunnels, hwInfos, hwConfig, hwStatus);
+  }
+  Vel::Ptr<L2Rib::FloodSet> floodSet(uint16_t v, uint64_t m) {
+    return in->vlanFloodSetIs(vlan(v))->floodSetIs(mac(m));
+  }
+  std::vector<std::string> traced() {
+    auto texts = capture->texts();
+    capture->clear();
+    return texts;
+  }
+
+  Vel::Ptr<Trace::CaptureSink> capture = Trace::captureSinkFactory();
+  Vel::Ptr<L2Rib::FloodSetOutput> in = L2Rib::floodSetOutputFactory();
+  Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnels =
+      Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId");
+  Vel::Ptr<Nox::HwInfoMapping> hwInfos = Nox::hwInfoMappingFactory();
+  Vel::Ptr<Nox::EvpnVlanFloodSetHwConfig> hwConfig = Nox::evpnVlanFloodSetHwConfigFactory();
+  Vel::Ptr<Nox::EvpnVlanFloodSetHwStatus> hwStatus = Nox::evpnVlanFloodSetHwStatusFactory();
+  Vel::Ptr<Nox::EvpnVlanFloodSetSm> sm;
+};
+
+using Texts = std::vector<std::string>;
+
+TEST_F(FloodSetSmTest, DestinationWaitsForItsViaThenIsPublishedAndWithdrawnWithIt) {
+  start();
+  floodSet(100, 0x100)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
+  EXPECT_TRUE(render(*hwConfig).empty());
+  EXPECT_EQ(traced(), (Texts{"   add entry to internal mappings",
+                             "   hwId not ready for dest, tunnelId: 5 label: 1000"}));
+  hwInfos->mappingIs(via(5, 2000), hwInfo(1, "L2Intf1"));  // another via of the same tunnel
+  EXPECT_EQ(traced(), (Texts{" hwId is not ready "}));
+  hwInfos->mappingIs(via(5, 1000), hwInfo(70001, "L2Intf101"));
+  EXPECT_EQ(render(*hwConfig),
+            (Lines{"100 00:00:00:00:01:00 tunnel=5 label=1000 hwTunnelId=0 hwId=70001 l2Intf=L2Intf101"}));
+  EXPECT_EQ(traced(), (Texts{"   add hardware config: tunnelId: 5 label: 1000 hwTunnelId: 0 "
+                             "hwId: 70001 l2IntfId: L2Intf101"}));
+  hwInfos->mappingDel(via(5, 1000));
+  EXPECT_EQ(hwConfig->configs(), 0u);
+  EXPECT_EQ(traced(), (Texts{"   hwId not ready for dest, tunnelId: 5 label: 1000",
+                             "   remove hardware config: tunnelId: 5 label: 1000 hwTunnelId: 0 "
+                             "hwId: 70001 l2IntfId: L2Intf101"}));
+  // Still waiting: the via's return publishes it again.
+  hwInfos->mappingIs(via(5, 1000), hwInfo(70002, "L2Intf102"));
+  EXPECT_EQ(render(*hwConfig),
+            (Lines{"100 00:00:00:00:01:00 tunnel=5 label=1000 hwTunnelId=0 hwId=70002 l2Intf=L2Intf102"}));
+}
+
+TEST_F(FloodSetSmTest, HardwareTunnelIdChangeUpdatesConfigsWithoutEmptyingThePair) {
+  hwInfos->mappingIs(via(6, 1000), hwInfo(1099511627776ull, "L2Intf103"));
+  floodSet(101, 0x100)->destSetIs(dest("mpls/3/Tunnel6/1000"), true);
+  start();
+  struct PairWatch : Nox::EvpnVlanFloodSetHwConfig::NotifieeConst {
+    using NotifieeConst::NotifieeConst;
+    void onConfig(Bridging::MacVlanPair const&) override { ++pairChanges; }
+    int pairChanges = 0;
+  } watch(hwConfig);
+  traced();
+  tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(TunnelId(6), HwTunnelId(600)));
+  EXPECT_EQ(render(*hwConfig), (Lines{"101 00:00:00:00:01:00 tunnel=6 label=1000 hwTunnelId=600 "
+                                      "hwId=1099511627776 l2Intf=L2Intf103"}));
+  EXPECT_EQ(traced(),
+            (Texts{"   update hardware config, existing: ( tunnelId: 6 label: 1000 hwTunnelId: 0 "
+                   "hwId: 1099511627776 l2IntfId: L2Intf103 ), new: ( tunnelId 6 label: 1000 "
+                   "hwTunnelId: 600 hwId: 1099511627776 l2IntfId: L2Intf103 )"}));
+  EXPECT_EQ(watch.pairChanges, 0);
+  EXPECT_EQ(hwConfig->config({mac(0x100), vlan(101)})->mplsDestConfigs(), 1u);
+
+  tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(TunnelId(9), HwTunnelId(900)));
+  EXPECT_EQ(traced(), (Texts{" no dests associated with this tunnel 9"}));
+}
+
+TEST_F(FloodSetSmTest, RenotifiedUnchangedDestinationWritesNothing) {
+  hwInfos->mappingIs(via(5, 3), hwInfo(7, "L2Intf7"));
+  auto fs = floodSet(10, 1);
+  fs->destSetIs(dest("mpls/1/Tunnel5/3"), true);
+  start();
+  traced();
+  fs->destSetIs(dest("mpls/1/Tunnel5/3"), false);  // a flag change notifies the destination
+  EXPECT_EQ(traced(), (Texts{"   add entry to internal mappings",
+                             "   no change in hardware config, skip Value('Nox::MplsDestConfig', ** "
+                             "{'tunnelId': 5, 'label': imp-null(3), 'hwTunnelId': 0, "
+                             "'hwIdForTunnelProgramming': 7, 'l2IntfId': L2Intf7})"}));
+}
+
+TEST_F(FloodSetSmTest, DepartingFloodSetsAndVlansRetractEveryConfigAndMapping) {
+  hwInfos->mappingIs(via(5, 1000), hwInfo(1, "L2Intf1"));
+  hwInfos->mappingIs(via(6, 1000), hwInfo(2, "L2Intf2"));
+  floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
+  floodSet(10, 1)->destSetIs(dest("mpls/2/Tunnel6/1000"), true);
+  floodSet(10, 2)->destSetIs(dest("mpls/3/Tunnel5/1000"), true);
+  floodSet(20, 1)->destSetIs(dest("mpls/4/Tunnel6/1000"), true);
+  start();
+  EXPECT_EQ(render(*hwConfig).size(), 4u);
+  in->vlanFloodSet(vlan(10))->floodSetDel(mac(1));
+  EXPECT_EQ(render(*hwConfig),
+            (Lines{"10 00:00:00:00:00:02 tunnel=5 label=1000 hwTunnelId=0 hwId=1 l2Intf=L2Intf1",
+                   "20 00:00:00:00:00:01 tunnel=6 label=1000 hwTunnelId=0 hwId=2 l2Intf=L2Intf2"}));
+  in->vlanFloodSetDel(vlan(20));
+  in->vlanFloodSetDel(vlan(10));
+  EXPECT_EQ(hwConfig->configs(), 0u);
+  EXPECT_EQ(sm->tunnelToFloodSetEntrys(), 0u);
+  EXPECT_EQ(sm->hwInfoMapKeyToFloodSetEntrys(), 0u);
+  EXPECT_EQ(sm->mplsDestHwConfigs(), 0u);
+}
+
+TEST_F(FloodSetSmTest, StartupRemovesConfigurationsLeftByAnEarlierInstance) {
+  hwConfig->configIs({mac(9), vlan(9)})
+      ->mplsDestConfigIs(Nox::MplsDestConfig(TunnelId(1), Gantry::MplsLabel(1), HwTunnelId(),
+                                             1, Gantry::IntfId("L2Intf1")),
+                         true);
+  hwInfos->mappingIs(via(5, 1000), hwInfo(1, "L2Intf1"));
+  floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
+  start();
+  EXPECT_EQ(render(*hwConfig),
+            (Lines{"10 00:00:00:00:00:01 tunnel=5 label=1000 hwTunnelId=0 hwId=1 l2Intf=L2Intf1"}));
+}
+
+TEST_F(FloodSetSmTest, StatusIsObservedAndTracedOnly) {
+  hwInfos->mappingIs(via(5, 1000), hwInfo(1, "L2Intf1"));
+  floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
+  start();
+  auto config = *hwConfig->config({mac(1), vlan(10)})->mplsDestConfigColl().firstKey();
+  traced();
+  auto status = hwStatus->statusIs({mac(1), vlan(10)});
+  status->mplsDestStatusIs(config, Nox::notProgrammed);
+  status->mplsDestStatusIs(config, Nox::programmed);
+  status->mplsDestStatusIs(config, Nox::invalidHwId);
+  EXPECT_EQ(traced(), (Texts{"  config is not programmed in hardware",
+                             "  config is programmed in hardware",
+                             "  config is not programmed in hardware"}));
+  EXPECT_EQ(render(*hwConfig).size(), 1u);
+}
+
+TEST_F(FloodSetSmTest, TunnelIdPastFortyEightBitsRaisesTheRangeErrorToTheWriter) {
+  start();
+  EXPECT_THROW(floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel281474976710656/1000"), true),
+               Vel::RangeException);
+}
+
+TEST_F(FloodSetSmTest, NullReactorMembersRaiseTheRangeError) {
+  start();
+  EXPECT_THROW(
+      {
+        try {
+          sm->vlanFloodSetStatusIs(nullptr);
+        } catch (Vel::RangeException const& e) {
+          EXPECT_STREQ(e.what(),
+                       "null _vlanFloodSetStatus parameter to mutator for "
+                       "Nox::EvpnVlanFloodSetSm::vlanFloodSetStatus not allowed\"");
+          throw;
+        }
+      },
+      Vel::RangeException);
+  floodSet(10, 1);
+  try {
+    sm->vlanFloodSet(vlan(10))->floodSetIs(nullptr);
+    FAIL();
+  } catch (Vel::RangeException const& e) {
+    EXPECT_STREQ(e.what(),
+                 "null _floodSet parameter to mutator for "
+                 "Nox::EvpnVlanFloodSetSm::VelVlanFloodSet::floodSet not allowed\"");
+  }
+}
+
+TEST_F(FloodSetSmTest, NonMplsDestinationIsAProgrammingError) {
+  start();
+  EXPECT_DEATH(floodSet(10, 1)->destSetIs(dest("intf/1/Ethernet1"), true),
+               "src-includes/NoxEvpn/NoxEvpnVlanFloodSetSm:[0-9]+: .*processMplsDest.*"
+               "Assertion `dest.destType\\(\\) == L2Rib::destTypeMpls_' failed");
+}
+
+// Random interleavings of flood-set changes, hardware information and hardware tunnel ids.
+// After every step: the output is exactly the configuration of every input destination whose
+// via has hardware information, the internal mappings hold exactly the input's destinations,
+// and mplsDestHwConfig agrees with the output. A machine built over the final inputs agrees.
+class FloodSetSmProperty : public ::testing::TestWithParam<unsigned> {};
+
+TEST_P(FloodSetSmProperty, InvariantsHoldAfterEveryStep) {
+  std::mt19937 rng(GetParam());
+  auto pick = [&rng](unsigned n) { return static_cast<unsigned>(rng() % n); };
+  auto in = L2Rib::floodSetOutputFactory();
+  auto tunnels = Nox::tunnelIdToHwTunnelIdMappingFactory("tunnels");
+  auto hwInfos = Nox::hwInfoMappingFactory();
+  auto hwConfig = Nox::evpnVlanFloodSetHwConfigFactory();
+  auto hwStatus = Nox::evpnVlanFloodSetHwStatusFactory();
+  auto sm = Nox::evpnVlanFloodSetSmFactory(in, tunnels, hwInfos, hwConfig, hwStatus);
+  // Destination i uses tunnel 1 + i % 3 and label 100 + i: no two share a via.
+  auto destOf = [](unsigned i) {
+    return L2Rib::Dest::mpls(L2Rib::DestId(i), Gantry::IntfId(Gantry::IntfId::Kind::tunnel, 1 + i % 3),
+                             Gantry::MplsLabel(100 + i));
+  };
+  auto expected = [&] {
+    Lines lines;
+    for (auto [v, vfs] : in->vlanFloodSetColl()) {
+      for (auto [m, fs] : vfs->floodSetColl()) {
+        for (auto [d, flag] : fs->destSetColl()) {
+          Nox::MplsFloodSetVia const key(d.destDataMpls().tunnelId(), d.destDataMpls().label);
+          if (!hwInfos->mappingIsMemberOf(key)) continue;
+          auto info = hwInfos->mapping(key);
+          std::ostringstream os;
+          os << v << " " << m << " tunnel=" << key.tunnelId() << " label=" << key.label()
+             << " hwTunnelId=" << tunnels->tunnelIdToHwTunnelId(key.tunnelId()).hwTunnelId()
+             << " hwId=" << info.hwIdForTunnelProgramming() << " l2Intf=" << info.l2IntfId();
+          lines.insert(os.str());
+        }
+      }
+    }
+    return lines;
+  };
+  for (int step = 0; step < 500; ++step) {
+    auto v = vlan(static_cast<uint16_t>(1 + pick(3)));
+    auto m = mac(1 + pick(3));
+    unsigned const i = pick(9);
+    switch (pick(9)) {
+      case 0:
+      case 1:
+      case 2:
+        in->vlanFloodSetIs(v)->floodSetIs(m)->destSetIs(destOf(i), pick(2));
+        break;
+      case 3:
+        if (auto vfs = in->vlanFloodSet(v); vfs && vfs->floodSet(m)) vfs->floodSet(m)->destSetDel(destOf(i));
+        break;
+      case 4:
+        if (auto vfs = in->vlanFloodSet(v)) vfs->floodSetDel(m);
+        if (pick(3) == 0) in->vlanFloodSetDel(v);
+        break;
+      case 5:
+      case 6:
+        hwInfos->mappingIs(Nox::MplsFloodSetVia(TunnelId(1 + i % 3), Gantry::MplsLabel(100 + i)),
+                           hwInfo(pick(3), "L2Intf" + std::to_string(pick(3))));
+        break;
+      case 7:
+        hwInfos->mappingDel(Nox::MplsFloodSetVia(TunnelId(1 + i % 3), Gantry::MplsLabel(100 + i)));
+        break;
+      case 8:
+        if (pick(3)) {
+          tunnels->tunnelIdToHwTunnelIdIs({TunnelId(1 + pick(3)), HwTunnelId(pick(4))});
+        } else {
+          tunnels->tunnelIdToHwTunnelIdDel(TunnelId(1 + pick(3)));
+        }
+        break;
+    }
+    ASSERT_EQ(render(*hwConfig), expected()) << "step " << step;
+    std::size_t inputDests = 0;
+    for (auto [vv, vfs] : in->vlanFloodSetColl()) {
+      for (auto [mm, fs] : vfs->floodSetColl()) {
+        for (auto [d, flag] : fs->destSetColl()) {
+          ++inputDests;
+          Nox::VlanMacDest const vmd(vv, mm, d);
+          auto byTunnel = sm->tunnelToFloodSetEntry(d.destDataMpls().tunnelId());
+          auto byVia = sm->hwInfoMapKeyToFloodSetEntry(
+              Nox::MplsFloodSetVia(d.destDataMpls().tunnelId(), d.destDataMpls().label));
+          ASSERT_TRUE(byTunnel && byTunnel->vlanMacDestSetIsMemberOf(vmd)) << "step " << step;
+          ASSERT_TRUE(byVia && byVia->vlanMacDestSetIsMemberOf(vmd)) << "step " << step;
+        }
+      }
+    }
+    std::size_t byTunnelCount = 0;
+    for (auto [t, set] : sm->tunnelToFloodSetEntryColl()) byTunnelCount += set->vlanMacDestSets();
+    ASSERT_EQ(byTunnelCount, inputDests);
+    std::size_t published = 0;
+    for (auto [d, config] : sm->mplsDestHwConfigColl()) {
+      auto pairConfig = hwConfig->config(d.pair());
+      ASSERT_TRUE(pairConfig && pairConfig->mplsDestConfigIsMemberOf(config)) << "step " << step;
+      ++published;
+    }
+    ASSERT_EQ(published, render(*hwConfig).size());
+  }
+  auto fresh = Nox::evpnVlanFloodSetHwConfigFactory();
+  auto rebuilt = Nox::evpnVlanFloodSetSmFactory(in, tunnels, hwInfos, fresh, hwStatus);
+  EXPECT_EQ(render(*fresh), render(*hwConfig));
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, FloodSetSmProperty, ::testing::Range(1u, 21u));
+
+}  // namespace
