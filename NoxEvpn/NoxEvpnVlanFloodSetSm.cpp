@@ -239,8 +239,11 @@ void EvpnVlanFloodSetSm::updateInternalMapping(VlanMacDest const& d) {
 
 bool EvpnVlanFloodSetSm::isDestInFloodSet(VlanId vlan, EthAddr const& mac,
                                           Dest const& dest) const {
-  auto vlanFloodSet = floodSetOutput_ ? floodSetOutput_->vlanFloodSet(vlan) : nullptr;
-  auto floodSet = vlanFloodSet ? vlanFloodSet->floodSet(mac) : nullptr;
+  // Raw lookups: this runs for every destination of every change, and taking references would
+  // write to every entity on the way.
+  auto const* vlanFloodSet =
+      floodSetOutput_ ? floodSetOutput_->vlanFloodSetColl().find(vlan) : nullptr;
+  auto const* floodSet = vlanFloodSet ? vlanFloodSet->floodSetColl().find(mac) : nullptr;
   return floodSet && floodSet->destSetIsMemberOf(dest);
 }
 
@@ -277,7 +280,8 @@ MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig(Dest const& dest) {
 
 void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig(VlanMacDest const& d) {
   MplsDestConfig const fresh = createMplsDestConfig(d.dest());
-  MplsDestConfig const existing = mplsDestHwConfig(d);
+  MplsDestConfig* const recorded = mplsDestHwConfigFind(d);
+  MplsDestConfig const existing = recorded ? *recorded : MplsDestConfig();
   if (existing == fresh) {
     NOX_TRACE_CHANGE("   no change in hardware config, skip {}", fresh);
     return;
@@ -298,7 +302,12 @@ void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig(VlanMacDest const& d) {
         fresh.tunnelId(), fresh.label(), fresh.hwTunnelId(), fresh.hwIdForTunnelProgramming(),
         fresh.l2IntfId());
   }
-  mplsDestHwConfigIs(d, fresh);
+  // Only the output changed since the lookup, so the recorded entry is still where it was.
+  if (recorded) {
+    *recorded = fresh;
+  } else {
+    mplsDestHwConfigIs(d, fresh);
+  }
 }
 
 void EvpnVlanFloodSetSm::deleteMplsDestHwConfig(VlanMacDest const& d) {

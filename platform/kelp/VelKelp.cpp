@@ -1,5 +1,7 @@
 #include "platform/kelp/VelKelp.h"
 
+#include "platform/kelp/TableList.h"
+
 namespace VelKelp {
 
 namespace {
@@ -13,7 +15,7 @@ void publishPrefixIs(std::string p) { prefix() = std::move(p); }
 std::string const& publishPrefix() { return prefix(); }
 
 Vel::Name tableName(Vel::Name const& name) {
-  return prefix().empty() ? name : Vel::Name(prefix() + "." + name.str());
+  return prefix().empty() ? name : Vel::Name(Kelp::tableName(prefix(), name.str()));
 }
 
 }  // namespace VelKelp

@@ -30,6 +30,7 @@ class ValueCollection {
     return v ? *v : V();
   }
   V const* find(K const& k) const { return map_.find(k); }
+  V* findMutable(K const& k) { return map_.find(k); }
   bool isMemberOf(K const& k) const { return map_.contains(k); }
   std::size_t count() const { return map_.size(); }
   bool empty() const { return map_.empty(); }
@@ -64,6 +65,11 @@ class EntityCollection {
   Ptr<T> get(K const& k) const {
     Ptr<T> const* v = map_.find(k);
     return v ? *v : Ptr<T>();
+  }
+  // The member without taking a reference: for lookups on hot paths that only read.
+  T const* find(K const& k) const {
+    Ptr<T> const* v = map_.find(k);
+    return v ? v->ptr() : nullptr;
   }
   bool isMemberOf(K const& k) const { return map_.contains(k); }
   std::size_t count() const { return map_.size(); }
@@ -171,6 +177,7 @@ class EntityCollection {
  public:                                                                                 \
   using Name##Coll = ::Vel::ValueCollection<Key, Value>;                                 \
   Value name(Key const& k) const { return name##_.get(k); }                              \
+  Value* name##Find(Key const& k) { return name##_.findMutable(k); }                     \
   void name##Is(Key const& k, Value const& v) { name##_.set(k, v); }                     \
   VEL_INTERNAL_COLLECTION_COMMON_(name, Name, Key)
 

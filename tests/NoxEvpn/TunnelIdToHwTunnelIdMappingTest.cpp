@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "NoxEvpn/NoxEvpn.h"
+#include "platform/kelp/Table.h"
+#include "platform/kelp/TableList.h"
+
+namespace {
+
+using Nox::HwTunnelId;
+using Nox::TunnelId;
+using Nox::TunnelIdToHwTunnelId;
+
+class Recorder : public Nox::TunnelIdToHwTunnelIdMapping::NotifieeConst {
+ public:
+  using NotifieeConst::NotifieeConst;
+  void onTunnelIdToHwTunnelId(TunnelId const& key) override { keys.push_back(key.value()); }
+  void onTunnelIdToHwTunnelId() override { ++collections; }
+  std::vector<uint64_t> keys;
+  int collections = 0;
+};
+
+class TunnelTableTest : public ::testing::Test {
+ protected:
+  void SetUp() override { Trace::countersReset(); }
+  uint64_t counter(char const* name) { return Trace::counterValue(name); }
+  Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> table =
+      Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId");
+};
+
+TEST_F(TunnelTableTest, EveryWriteNotifiesAndCountsEvenWhenTheValueIsUnchanged) {
+  Recorder r(table);
+  table->tunnelIdToHwTunnelIdIs({TunnelId(5), HwTunnelId(600)});
+  table->tunnelIdToHwTunnelIdIs({TunnelId(5), HwTunnelId(600)});
+  table->tunnelIdToHwTunnelIdIs({TunnelId(5), HwTunnelId(601)});
+  EXPECT_EQ(r.keys, (std::vector<uint64_t>{5, 5, 5}));
+  EXPECT_EQ(table->tunnelIdToHwTunnelId(TunnelId(5)).hwTunnelId(), HwTunnelId(601));
+  EXPECT_EQ(counter("tunnelIdToHwTunnelIdIs"), 3u);
+  EXPECT_EQ(counter("tunnelIdToHwTunnelIdNotify"), 3u);
+}
+
+TEST_F(TunnelTableTest, DeletingReturnsTheEntryAndAnAbsentKeyGivesZeroesWithoutNotifying) {
+  table->tunnelIdToHwTunnelIdIs({TunnelId(7), HwTunnelId(70)});
+  Recorder r(table);
+  EXPECT_EQ(table->tunnelIdToHwTunnelIdDel(TunnelId(7)),
+            TunnelIdToHwTunnelId(TunnelId(7), HwTunnelId(70)));
+  EXPECT_EQ(table->tunnelIdToHwTunnelIdDel(TunnelId(7)), TunnelIdToHwTunnelId());
+  EXPECT_EQ(r.keys, (std::vector<uint64_t>{7}));
+  EXPECT_EQ(table->tunnelIdToHwTunnelId(TunnelId(7)), TunnelIdToHwTunnelId());
+}
+
+TEST_F(TunnelTableTest, DelAllDeletesInKeyOrderNotifyingAndCountingEachOnce) {
+  Recorder r(table);
+  table->tunnelIdToHwTunnelIdDelAll();
+  EXPECT_TRUE(r.keys.empty());
+  for (uint64_t t : {30, 10, 20}) table->tunnelIdToHwTunnelIdIs({TunnelId(t), HwTunnelId(1)});
+  r.keys.clear();
+  uint64_t const delsBefore = counter("tunnelIdToHwTunnelIdDel");
+  table->tunnelIdToHwTunnelIdDelAll();
+  EXPECT_EQ(r.keys, (std::vector<uint64_t>{10, 20, 30}));
+  EXPECT_EQ(counter("tunnelIdToHwTunnelIdDel") - delsBefore, 3u);
+  EXPECT_EQ(table->tunnelIdToHwTunnelIds(), 0u);
+}
+
+TEST_F(TunnelTableTest, LateNotifieeSeesEarlierEntriesByIterationAndOnlyLaterChangesByKey) {
+  table->tunnelIdToHwTunnelIdIs({TunnelId(2), HwTunnelId(20)});
+  table->tunnelIdToHwTunnelIdIs({TunnelId(1), HwTunnelId(10)});
+  Recorder late(table);
+  std::vector<uint64_t> seen;
+  for (auto const& e : table->tunnelIdToHwTunnelIdColl()) seen.push_back(e.value.hwTunnelId().value());
+  EXPECT_EQ(seen, (std::vector<uint64_t>{10, 20}));
+  EXPECT_TRUE(late.keys.empty());
+  table->tunnelIdToHwTunnelIdNotifyCollection();
+  EXPECT_EQ(late.collections, 1);
+}
+
+TEST_F(TunnelTableTest, CommitPublishesAValueWrittenInPlace) {
+  Recorder r(table);
+  TunnelIdToHwTunnelId* slot = table->tunnelIdToHwTunnelIdSlot(TunnelId(9));
+  *slot = TunnelIdToHwTunnelId(TunnelId(9), HwTunnelId(90));
+  table->tunnelIdToHwTunnelIdCommit(slot);
+  EXPECT_EQ(table->tunnelIdToHwTunnelId(TunnelId(9)).hwTunnelId(), HwTunnelId(90));
+  EXPECT_EQ(r.keys, (std::vector<uint64_t>{9}));
+  EXPECT_EQ(counter("tunnelIdToHwTunnelIdIs"), 1u);
+}
+
+// Published under a prefix, the table is a shared-memory segment that another process reads.
+TEST(TunnelTablePublished, AReaderProcessMountsTheTableByName) {
+  std::string const prefix = "noxtest" + std::to_string(::getpid());
+  VelKelp::publishPrefixIs(prefix);
+  auto table = Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId");
+  VelKelp::publishPrefixIs("");
+  table->tunnelIdToHwTunnelIdIs({TunnelId(5), HwTunnelId(600)});
+  table->tunnelIdToHwTunnelIdReadyIs(true);
+  pid_t const child = ::fork();
+  if (child == 0) {
+    auto reader = Kelp::Table<TunnelId, TunnelIdToHwTunnelId>::readerNew(
+        Kelp::tableName(prefix, "tunnelIdToHwTunnelId"));
+    bool const ok = reader->ready() && reader->lookup(TunnelId(5)).hwTunnelId() == HwTunnelId(600);
+    ::_exit(ok ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_EQ(table->tunnelIdToHwTunnelIdControl().ready, true);
+}
+
+}  // namespace
+
+namespace {
+
+// A write that meets a damaged segment reports it to the table, then stops the process.
+TEST(TunnelTablePublishedDeathTest, CorruptSegmentOnWriteIsFatalWithTheTableServicesText) {
+  std::string const prefix = "noxtestc" + std::to_string(::getpid());
+  EXPECT_DEATH(
+      {
+        VelKelp::publishPrefixIs(prefix);
+        auto table = Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId");
+        int const fd =
+            ::shm_open(Kelp::segmentPath(Kelp::tableName(prefix, "tunnelIdToHwTunnelId")).c_str(),
+                       O_RDWR, 0);
+        auto* magic = static_cast<uint64_t*>(
+            ::mmap(nullptr, sizeof(uint64_t), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+        *magic = 0xdeadbeef;
+        table->tunnelIdToHwTunnelIdIs({TunnelId(5), HwTunnelId(600)});
+      },
+      "/usr/include/Kelp/KelpMap:[0-9]+: safeWrite: Assertion `KelpMap::safeWrite\\(\\) in no "
+      "man's land' failed");
+  Kelp::unlinkTable(Kelp::tableName(prefix, "tunnelIdToHwTunnelId"));
+}
+
+}  // namespace
