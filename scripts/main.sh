@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
-# Builds the release preset and runs the main job.
+# Builds the release preset and runs the main job: noxsim, the simulated forwarding agent, on the
+# first example scenario (the MPLS flooding path from flood sets to hardware configuration).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
 cmake --preset default >/dev/null
 cmake --build --preset default
-# Until the simulated agent lands, the main job is the entity framework's benchmark against
-# std::unordered_map at 1K members.
-build/default/bench/vel/vel_bench --benchmark_filter='/1024$' --benchmark_min_time=0.1
+build/default/tools/noxsim/noxsim examples/mpls-flooding.nox

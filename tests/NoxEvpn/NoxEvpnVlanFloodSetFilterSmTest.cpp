@@ -3,9 +3,8 @@
 #include <random>
 
 #include "NoxEvpn/NoxEvpnVlanFloodSetFilterSm.h"
-#include "platform/trace/CaptureSink.h"
-#include "platform/trace/Trace.h"
 #include "tests/NoxEvpn/FloodSetTestUtil.h"
+#include "tests/NoxEvpn/TraceCapture.h"
 
 namespace {
 
@@ -131,21 +130,8 @@ TEST_F(FilterTest, NullReactorMembersRaiseTheRangeErrorAndChangeNothing) {
 // The exact texts of each change path, with the entry traces that lead to them.
 class FilterTraceTest : public FilterTest {
  protected:
-  void SetUp() override {
-    Trace::sinkDelAll();
-    Trace::sinkAdd(capture);
-    Trace::levelIs("NoxEvpn", 8);
-  }
-  void TearDown() override {
-    Trace::levelIs("NoxEvpn", -1);
-    Trace::sinkDelAll();
-  }
-  std::vector<std::string> traced() {
-    auto texts = capture->texts();
-    capture->clear();
-    return texts;
-  }
-  Vel::Ptr<Trace::CaptureSink> capture = Trace::captureSinkFactory();
+  std::vector<std::string> traced() { return capture.traced(); }
+  NoxTest::TraceCapture capture{8};
 };
 
 using Texts = std::vector<std::string>;

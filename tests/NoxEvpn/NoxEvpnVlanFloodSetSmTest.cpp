@@ -4,9 +4,8 @@
 #include <random>
 
 #include "NoxEvpn/NoxEvpnVlanFloodSetSm.h"
-#include "platform/trace/CaptureSink.h"
-#include "platform/trace/Trace.h"
 #include "tests/NoxEvpn/FloodSetTestUtil.h"
+#include "tests/NoxEvpn/TraceCapture.h"
 
 namespace {
 
@@ -42,28 +41,15 @@ Nox::MplsDestHwInfo hwInfo(uint64_t hwId, std::string const& l2) {
 
 class FloodSetSmTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    Trace::sinkDelAll();
-    Trace::sinkAdd(capture);
-    Trace::levelIs("NoxEvpn", 1);
-  }
-  void TearDown() override {
-    Trace::levelIs("NoxEvpn", -1);
-    Trace::sinkDelAll();
-  }
   void start() {
     sm = Nox::evpnVlanFloodSetSmFactory(in, tunnels, hwInfos, hwConfig, hwStatus);
   }
   Vel::Ptr<L2Rib::FloodSet> floodSet(uint16_t v, uint64_t m) {
     return in->vlanFloodSetIs(vlan(v))->floodSetIs(mac(m));
   }
-  std::vector<std::string> traced() {
-    auto texts = capture->texts();
-    capture->clear();
-    return texts;
-  }
+  std::vector<std::string> traced() { return capture.traced(); }
 
-  Vel::Ptr<Trace::CaptureSink> capture = Trace::captureSinkFactory();
+  NoxTest::TraceCapture capture{1};
   Vel::Ptr<L2Rib::FloodSetOutput> in = L2Rib::floodSetOutputFactory();
   Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnels =
       Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId");

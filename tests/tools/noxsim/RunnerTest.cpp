@@ -1,0 +1,173 @@
+// noxsim end to end in one process: exit statuses, output streams, range errors and
+// `expect error`, trace capture and printing.
+
+#include "tools/noxsim/Runner.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <vector>
+
+namespace Noxsim {
+namespace {
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+// Runs `scenario` as standard input with the given options.
+Outcome run(std::string const& scenario, std::vector<char const*> options = {}) {
+  std::vector<char const*> argv = {"noxsim"};
+  argv.insert(argv.end(), options.begin(), options.end());
+  argv.push_back("-");
+  std::istringstream in(scenario);
+  std::ostringstream out, err;
+  int const status = runMain(int(argv.size()), argv.data(), in, out, err);
+  return {status, out.str(), err.str()};
+}
+
+constexpr char const* addMpls = "l2rib floodset add 10 00:00:00:00:00:01 mpls/1/Tunnel5/1000\n";
+constexpr char const* addHugeTunnel =
+    "l2rib floodset add 10 00:00:00:00:00:01 mpls/1/Tunnel281474976710656/1000\n";
+
+TEST(RunnerTest, ShowPrintsTheHeaderFirstThenSortedLinesUnlessQuiet) {
+  std::string const scenario = std::string("l2rib floodset source 3\n") +
+                               "l2rib floodset add 9 00:00:00:00:00:02 none/2\n" + addMpls +
+                               "show floodset\n";
+  Outcome const shown = run(scenario);
+  EXPECT_EQ(shown.status, exitOk) << shown.err;
+  EXPECT_EQ(shown.out,
+            "source 3\n10 00:00:00:00:00:01 mpls/1/Tunnel5/1000 flag=true type=0\n"
+            "9 00:00:00:00:00:02 none/2 flag=true type=0\n");
+  EXPECT_EQ(run(scenario, {"--quiet"}).out, "");
+}
+
+TEST(RunnerTest, ExitStatusesTellSuccessFailureAndMalformedInput) {
+  EXPECT_EQ(run("start filter\nexpect floodset-filtered\n  source 0\nend\n").status, exitOk);
+  Outcome const failed =
+      run(std::string("start filter\n") + addMpls + "expect floodset-filtered\n  source 0\nend\n");
+  EXPECT_EQ(failed.status, exitFailed);
+  EXPECT_NE(failed.err.find("-:3: expect floodset-filtered: the table differs\n--- expected\n"
+                            "+++ actual\n@@ -1 +1,2 @@\n source 0\n"
+                            "+10 00:00:00:00:00:01 mpls/1/Tunnel5/1000 flag=true type=0\n"),
+            std::string::npos)
+      << failed.err;
+  EXPECT_EQ(run("start filter\nstart filter\n").status, exitFailed);
+  EXPECT_EQ(run("start filter\nl2rib floodset add 4095 00:00:00:00:00:01 none/1\n").status,
+            exitSyntax);
+  EXPECT_EQ(run("", {"--trace", "10"}).status, exitSyntax);
+  EXPECT_EQ(run("", {"--bogus"}).status, exitSyntax);
+}
+
+TEST(RunnerTest, NothingRunsBeforeEveryLineHasParsed) {
+  Outcome const r = run("show time\nl2rib floodset add 10 00:00:00:00:00:01\n");
+  EXPECT_EQ(r.status, exitSyntax);
+  EXPECT_EQ(r.out, "");
+}
+
+TEST(RunnerTest, ExpectedTablesMayBeIndentedButMustBeInShowOrder) {
+  std::string const scenario = std::string("l2rib floodset add 10 00:00:00:00:00:01 none/2\n") +
+                               addMpls + "expect floodset\n source 0\n";
+  std::string const lineMpls = "10 00:00:00:00:00:01 mpls/1/Tunnel5/1000 flag=true type=0\n";
+  std::string const lineNone = "10 00:00:00:00:00:01 none/2 flag=true type=0\n";
+  EXPECT_EQ(run(scenario + "\t" + lineMpls + "      " + lineNone + "end\n").status, exitOk);
+  Outcome const unordered = run(scenario + lineNone + lineMpls + "end\n");
+  EXPECT_EQ(unordered.status, exitFailed);
+  EXPECT_NE(unordered.err.find("only in order"), std::string::npos) << unordered.err;
+}
+
+TEST(RunnerTest, ARangeErrorMustBeExpectedOnTheNextCommand) {
+  std::string const start = "start filter floodset\n";
+  EXPECT_EQ(run(start + addHugeTunnel + "# a comment\n\nexpect error TunnelId::maxValue\n").status,
+            exitOk);
+
+  Outcome const unexpected = run(start + addHugeTunnel + "show floodset\n");
+  EXPECT_EQ(unexpected.status, exitFailed);
+  EXPECT_EQ(unexpected.out, "");  // the next command does not run
+  EXPECT_EQ(unexpected.err.rfind("-:2: unexpected error: TunnelId::value", 0), 0u)
+      << unexpected.err;
+
+  Outcome const wrongText = run(start + addHugeTunnel + "expect error VlanId\n");
+  EXPECT_EQ(wrongText.status, exitFailed);
+  EXPECT_EQ(wrongText.err.rfind("-:3: expect error: 'VlanId' is not in the error: TunnelId", 0), 0u)
+      << wrongText.err;
+
+  Outcome const noError = run(start + addMpls + "expect error TunnelId\n");
+  EXPECT_EQ(noError.status, exitFailed);
+  EXPECT_EQ(noError.err, "-:3: expect error: the previous command raised no error\n");
+
+  // Each error is expected once: a second expect error finds none.
+  EXPECT_EQ(run(start + addHugeTunnel + "expect error TunnelId\nexpect error TunnelId\n").status,
+            exitFailed);
+}
+
+TEST(RunnerTest, ACommandIsCheckedBeforeItWrites) {
+  // The tunnel id is rejected before the via is written, so nothing is published.
+  EXPECT_EQ(run("hwinfo set 281474976710656 1000 1 L2Intf1\nexpect error TunnelId\n"
+                "expect hwinfo\nend\n")
+                .status,
+            exitOk);
+  // The machine check of start comes before any machine is built.
+  Outcome const r = run("start floodset\nstart filter floodset\n");
+  EXPECT_EQ(r.status, exitFailed);
+  EXPECT_EQ(r.err, "-:2: machine 'floodset' is already started\n");
+}
+
+TEST(RunnerTest, DirectWritesToAnOutputNeedItsWriterStopped) {
+  // No command writes the filter's output directly; the rule is the Sim's.
+  std::ostringstream out, err;
+  Sim sim(out, err, false);
+  sim.locationIs("t.nox", 4);
+  EXPECT_TRUE(sim.outputWritable("floodset-filtered"));
+  sim.start({machineIndex("filter")});
+  EXPECT_FALSE(sim.outputWritable("floodset-filtered"));
+  EXPECT_EQ(
+      sim.failure(),
+      "t.nox:4: 'floodset-filtered' is written by the running machine 'filter'; stop it before "
+      "writing it directly");
+}
+
+TEST(RunnerTest, ExpectTraceMatchesWholeMessagesInOrderSinceTheLastOne) {
+  std::string const scenario =
+      std::string("start filter\ntrace 8\n") + addMpls +
+      "l2rib floodset add 10 00:00:00:00:00:01 mpls/2/Tunnel5/2000\n"
+      "expect trace\n|    addDest vlan: 10 mac: 00:00:00:00:00:01 dest: 1\n"
+      "|     adding dest mpls/2/Tunnel5/2000\nend\n";
+  EXPECT_EQ(run(scenario).status, exitOk);
+  // Messages are taken by the expect: a second one sees only what came after.
+  EXPECT_EQ(run(scenario + "expect trace\n|     adding dest mpls/2/Tunnel5/2000\nend\n").status,
+            exitFailed);
+  // Above the captured level nothing is captured.
+  EXPECT_EQ(run(std::string("start filter\ntrace 1\n") + addMpls +
+                "expect trace\n|    addDest vlan: 10 mac: 00:00:00:00:00:01 dest: 1\nend\n")
+                .status,
+            exitFailed);
+}
+
+TEST(RunnerTest, TracesPrintToStandardErrorUpToTheCommandLineLevel) {
+  Outcome const r = run(std::string("start filter\n") + addMpls, {"--trace", "1"});
+  EXPECT_EQ(r.status, exitOk);
+  EXPECT_EQ(r.err, "1      adding dest mpls/1/Tunnel5/1000\n");
+  EXPECT_EQ(r.out, "");
+}
+
+TEST(RunnerTest, CallsAreLoggedInCallOrderAndReadOnce) {
+  std::ostringstream out, err;
+  Sim sim(out, err, false);
+  sim.world().calls = {"flooding getHwTunnelId -> 7",
+                       "flooding deleteEsiData intf=Ethernet1 vlan=10"};
+  Script script;
+  std::string error;
+  ASSERT_TRUE(script.addText("s.nox",
+                             "expect calls\n  flooding getHwTunnelId -> 7\n"
+                             "  flooding deleteEsiData intf=Ethernet1 vlan=10\nend\n"
+                             "expect calls\nend\n",
+                             error))
+      << error;
+  EXPECT_EQ(runScript(script, sim), exitOk) << err.str();
+}
+
+}  // namespace
+}  // namespace Noxsim

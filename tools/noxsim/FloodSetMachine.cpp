@@ -1,0 +1,23 @@
+// Wiring of the flood-set hardware configuration: the filtered flood sets, the tunnel table, the
+// hardware information of the vias and the hardware status in, the hardware configuration out.
+
+#include "NoxEvpn/NoxEvpnVlanFloodSetSm.h"
+#include "tools/noxsim/Machines.h"
+
+namespace Noxsim {
+
+MachineWiring floodSetMachine() {
+  return {
+      .name = "floodset",
+      .reads = {"floodset-filtered", "tunnels", "hwinfo", "hwstatus"},
+      .writes = {"hwconfig"},
+      .start =
+          [](World& w) {
+            return Vel::Ptr<Vel::PtrInterface>(Nox::evpnVlanFloodSetSmFactory(
+                w.filteredFloodSets, w.tunnels, w.hwInfo, w.hwConfig, w.hwStatus));
+          },
+      .ownsTask = {},
+  };
+}
+
+}  // namespace Noxsim

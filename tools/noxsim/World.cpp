@@ -1,0 +1,17 @@
+// Building every collection of the simulated agent.
+
+#include "tools/noxsim/World.h"
+
+namespace Noxsim {
+
+World::World()
+    : clock(new Vel::VirtualClock),
+      scheduler(new Cog::TaskScheduler(clock)),
+      l2ribFloodSets(L2Rib::floodSetOutputFactory()),
+      filteredFloodSets(L2Rib::floodSetOutputFactory()),
+      hwInfo(Nox::hwInfoMappingFactory()),
+      hwConfig(Nox::evpnVlanFloodSetHwConfigFactory()),
+      hwStatus(Nox::evpnVlanFloodSetHwStatusFactory()),
+      tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")) {}
+
+}  // namespace Noxsim
