@@ -7,6 +7,8 @@
 #include <sstream>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "platform/types/L2Rib/L2Rib.h"
 
 namespace NoxTest {
@@ -51,6 +53,17 @@ inline std::set<std::string> renderRestricted(L2Rib::FloodSetOutput const& in, L
     }
   }
   return lines;
+}
+
+// Runs f, which must raise the framework's range error with exactly `text`.
+template <class F>
+void expectRangeError(F&& f, std::string const& text) {
+  try {
+    f();
+    ADD_FAILURE() << "no range error, expected: " << text;
+  } catch (Vel::RangeException const& e) {
+    EXPECT_EQ(e.what(), text);
+  }
 }
 
 }  // namespace NoxTest

@@ -179,27 +179,13 @@ TEST_F(FloodSetSmTest, TunnelIdPastFortyEightBitsRaisesTheRangeErrorToTheWriter)
 
 TEST_F(FloodSetSmTest, NullReactorMembersRaiseTheRangeError) {
   start();
-  EXPECT_THROW(
-      {
-        try {
-          sm->vlanFloodSetStatusIs(nullptr);
-        } catch (Vel::RangeException const& e) {
-          EXPECT_STREQ(e.what(),
-                       "null _vlanFloodSetStatus parameter to mutator for "
-                       "Nox::EvpnVlanFloodSetSm::vlanFloodSetStatus not allowed\"");
-          throw;
-        }
-      },
-      Vel::RangeException);
   floodSet(10, 1);
-  try {
-    sm->vlanFloodSet(vlan(10))->floodSetIs(nullptr);
-    FAIL();
-  } catch (Vel::RangeException const& e) {
-    EXPECT_STREQ(e.what(),
-                 "null _floodSet parameter to mutator for "
-                 "Nox::EvpnVlanFloodSetSm::VelVlanFloodSet::floodSet not allowed\"");
-  }
+  NoxTest::expectRangeError([&] { sm->vlanFloodSetStatusIs(nullptr); },
+                            "null _vlanFloodSetStatus parameter to mutator for "
+                            "Nox::EvpnVlanFloodSetSm::vlanFloodSetStatus not allowed\"");
+  NoxTest::expectRangeError([&] { sm->vlanFloodSet(vlan(10))->floodSetIs(nullptr); },
+                            "null _floodSet parameter to mutator for "
+                            "Nox::EvpnVlanFloodSetSm::VelVlanFloodSet::floodSet not allowed\"");
 }
 
 TEST_F(FloodSetSmTest, NonMplsDestinationIsAProgrammingError) {

@@ -10,12 +10,6 @@ using VelTest::Tree;
 using VelTest::TreeLog;
 using Log = std::vector<std::string>;
 
-std::vector<int> keysOf(Leaf const& leaf) {
-  std::vector<int> keys;
-  for (auto [k, v] : leaf.tagColl()) keys.push_back(k);
-  return keys;
-}
-
 TEST(ValueCollection, NotifiesInsertChangeAndRemovalButNotEqualWritesOrAbsentDeletes) {
   Vel::Ptr<Leaf> leaf(new Leaf(1));
   Log log;
@@ -37,17 +31,6 @@ TEST(ValueCollection, LookupOfAbsentKeyGivesDefaultAndMembershipTellsThemApart) 
   EXPECT_FALSE(leaf->tag(4));
   EXPECT_FALSE(leaf->tagIsMemberOf(4));
   EXPECT_EQ(leaf->tags(), 1u);
-}
-
-TEST(ValueCollection, IteratesInInsertionOrderAndReaddedKeysGoToTheEnd) {
-  Vel::Ptr<Leaf> leaf(new Leaf(1));
-  for (int k : {30, 10, 20, 40}) leaf->tagIs(k, true);
-  leaf->tagIs(10, false);  // a replaced value keeps its place
-  EXPECT_EQ(keysOf(*leaf), (std::vector<int>{30, 10, 20, 40}));
-  leaf->tagDel(30);
-  leaf->tagDel(20);
-  leaf->tagIs(30, true);
-  EXPECT_EQ(keysOf(*leaf), (std::vector<int>{10, 40, 30}));
 }
 
 TEST(ValueCollection, DelAllRemovesInIterationOrderNotifyingEachKeyOnce) {
