@@ -148,7 +148,8 @@ void EvpnVlanFloodSetSm::handleHwTunnelIdMapping(TunnelId const& tunnelId) {
     NOX_TRACE_CHANGE(" no dests associated with this tunnel {}", tunnelId);
     return;
   }
-  for (auto [d, flag] : dests->vlanMacDestSetColl()) processMplsDestConfig(d);
+  // The internal mappings hold exactly the input's destinations.
+  for (auto [d, flag] : dests->vlanMacDestSetColl()) processMplsDestConfig(d, true);
 }
 
 void EvpnVlanFloodSetSm::VelHwInfoMapping::onMapping(MplsFloodSetVia const& via) {
@@ -163,7 +164,7 @@ void EvpnVlanFloodSetSm::handleHwInfoMapping(MplsFloodSetVia const& via) {
     NOX_TRACE_CHANGE(" hwId is not ready ");
     return;
   }
-  for (auto [d, flag] : dests->vlanMacDestSetColl()) processMplsDestConfig(d);
+  for (auto [d, flag] : dests->vlanMacDestSetColl()) processMplsDestConfig(d, true);
 }
 
 // Status of programmed configurations: observed and traced only.
@@ -213,14 +214,19 @@ void EvpnVlanFloodSetSm::processMplsDest(VlanId vlan, EthAddr const& mac, Dest c
   NOX_TRACE_ENTRY(" processMplsDest vlan: {} mac: {} dest: {}", vlan, mac, dest);
   VEL_ASSERT(dest.destType() == L2Rib::destTypeMpls_);
   VlanMacDest const d(vlan, mac, dest);
-  updateInternalMapping(d);
-  processMplsDestConfig(d);
+  bool const inFloodSet = isDestInFloodSet(vlan, mac, dest);
+  updateInternalMapping(d, inFloodSet);
+  processMplsDestConfig(d, inFloodSet);
 }
 
 void EvpnVlanFloodSetSm::updateInternalMapping(VlanMacDest const& d) {
+  updateInternalMapping(d, isDestInFloodSet(d.vlanId(), d.macAddr(), d.dest()));
+}
+
+void EvpnVlanFloodSetSm::updateInternalMapping(VlanMacDest const& d, bool inFloodSet) {
   TunnelId const tunnel = d.dest().destDataMpls().tunnelId();
   MplsFloodSetVia const via = viaOf(d.dest());
-  if (isDestInFloodSet(d.vlanId(), d.macAddr(), d.dest())) {
+  if (inFloodSet) {
     NOX_TRACE_CHANGE("   add entry to internal mappings");
     tunnelToFloodSetEntryIs(tunnel)->vlanMacDestSetIs(d, true);
     hwInfoMapKeyToFloodSetEntryIs(via)->vlanMacDestSetIs(d, true);
@@ -248,11 +254,15 @@ bool EvpnVlanFloodSetSm::isDestInFloodSet(VlanId vlan, EthAddr const& mac,
 }
 
 void EvpnVlanFloodSetSm::processMplsDestConfig(VlanMacDest const& d) {
+  processMplsDestConfig(d, isDestInFloodSet(d.vlanId(), d.macAddr(), d.dest()));
+}
+
+void EvpnVlanFloodSetSm::processMplsDestConfig(VlanMacDest const& d, bool inFloodSet) {
   NOX_TRACE_ENTRY("  processMplsDestConfig vlan: {} mac: {} dest: {}", d.vlanId(), d.macAddr(),
                   d.dest());
   MplsFloodSetVia const via = viaOf(d.dest());
   if (hwInfoMapping_ && hwInfoMapping_->mappingIsMemberOf(via)) {
-    if (isDestInFloodSet(d.vlanId(), d.macAddr(), d.dest())) {
+    if (inFloodSet) {
       addOrUpdateMplsDestHwConfig(d);
     } else {
       deleteMplsDestHwConfig(d);

@@ -121,6 +121,11 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
                      Vel::Ptr<EvpnVlanFloodSetHwConfig> const& vlanFloodSetHwConfig,
                      Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus);
 
+  // The two workers with the destination's presence in the input already known: it is looked
+  // up once per destination, and a destination found through the internal mappings is present.
+  void updateInternalMapping(VlanMacDest const& d, bool inFloodSet);
+  void processMplsDestConfig(VlanMacDest const& d, bool inFloodSet);
+
   // MPLS-only flood sets, watched per VLAN and per MAC address.
   Vel::Ptr<L2Rib::FloodSetOutput const> floodSetOutput_;
   std::unique_ptr<VelFloodSetOutput> velFloodSetOutput_;
