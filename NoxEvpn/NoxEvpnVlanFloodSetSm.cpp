@@ -93,6 +93,12 @@ void EvpnVlanFloodSetSm::handleInitialized() {
   NOX_TRACE_ENTRY("handleInitialized ");
   vlanFloodSetHwConfig_->configDelAll();
   if (floodSetOutput_) {
+    // Size the per-destination record once rather than growing it through every doubling.
+    std::size_t dests = 0;
+    for (auto [vlan, vlanFloodSet] : floodSetOutput_->vlanFloodSetColl()) {
+      for (auto [mac, floodSet] : vlanFloodSet->floodSetColl()) dests += floodSet->destSets();
+    }
+    mplsDestHwConfig_.reserve(dests);
     for (auto [vlan, vlanFloodSet] : floodSetOutput_->vlanFloodSetColl()) {
       for (auto [mac, floodSet] : vlanFloodSet->floodSetColl()) {
         for (auto [dest, flag] : floodSet->destSetColl()) processMplsDest(vlan, mac, dest);
