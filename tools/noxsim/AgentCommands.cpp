@@ -1,6 +1,10 @@
 // Commands that drive the agent: machines, time, the yield policy and trace capture.
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include "platform/kelp/VelKelp.h"
 
 #include "tools/noxsim/Commands.h"
 #include "tools/noxsim/Sim.h"
@@ -61,7 +65,14 @@ Action parseAdvance(ParseInput& in) {
   auto const seconds = parseSeconds(in.args.word(0));
   if (!seconds) in.args.fail(cat("bad number of seconds '", in.args.word(0), "'"));
   double const s = seconds.value_or(0);
-  return [s](Sim& sim) { sim.world().scheduler->advanceBy(s); };
+  return [s](Sim& sim) {
+    // With the tables published (--shm), virtual time also passes in real time, so that another
+    // process (kelpcat --follow) can watch them while the scenario runs.
+    if (!VelKelp::publishPrefix().empty()) {
+      std::this_thread::sleep_for(std::chrono::duration<double>(s));
+    }
+    sim.world().scheduler->advanceBy(s);
+  };
 }
 
 Action parseYield(ParseInput& in) {
