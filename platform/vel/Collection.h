@@ -112,78 +112,62 @@ class EntityCollection {
                                                                                  \
  public:
 
-// Shared by both collection kinds: count, membership, iteration, delete and delete-all.
-#define VEL_COLLECTION_COMMON_(name, Name, Key)                                       \
- public:                                                                             \
-  Name##Coll const& name##Coll() const { return name##_; }                           \
-  std::size_t name##s() const { return name##_.count(); }                            \
-  bool name##IsMemberOf(Key const& k) const { return name##_.isMemberOf(k); }        \
-  bool name##Del(Key const& k) {                                                     \
-    Key const key = k; /* k may refer to the member's own key */                     \
-    if (!name##_.erase(key)) return false;                                           \
-    this->template notify<NotifieeConst>([&key](NotifieeConst& n) { n.on##Name(key); }); \
-    return true;                                                                     \
-  }                                                                                  \
-  void name##DelAll() {                                                              \
-    while (Key const* first = name##_.firstKey()) name##Del(*first);                 \
-  }                                                                                  \
-                                                                                     \
- private:                                                                            \
-  Name##Coll name##_;                                                                \
-                                                                                     \
+// How a collection tells its watchers about a key: entities notify their NotifieeConst; a
+// machine's internal collections notify nothing (nothing watches them).
+#define VEL_NOTIFY_KEY_(Name, key) \
+  this->template notify<NotifieeConst>([&key](NotifieeConst& n) { n.on##Name(key); })
+#define VEL_NOTIFY_NOTHING_(Name, key) static_cast<void>(key)
+
+// Shared by every collection: count, membership, iteration, delete and delete-all.
+#define VEL_COLLECTION_COMMON_(name, Name, Key, NOTIFY)                      \
+ public:                                                                    \
+  Name##Coll const& name##Coll() const { return name##_; }                  \
+  std::size_t name##s() const { return name##_.count(); }                   \
+  bool name##IsMemberOf(Key const& k) const { return name##_.isMemberOf(k); } \
+  bool name##Del(Key const& k) {                                            \
+    Key const key = k; /* k may refer to the member's own key */            \
+    if (!name##_.erase(key)) return false;                                  \
+    NOTIFY(Name, key);                                                      \
+    return true;                                                            \
+  }                                                                         \
+  void name##DelAll() {                                                     \
+    while (Key const* first = name##_.firstKey()) name##Del(*first);        \
+  }                                                                         \
+                                                                            \
+ private:                                                                   \
+  Name##Coll name##_;                                                       \
+                                                                            \
  public:
 
-#define VEL_VALUE_COLLECTION(name, Name, Key, Value)                                   \
- public:                                                                              \
-  using Name##Coll = ::Vel::ValueCollection<Key, Value>;                              \
-  Value name(Key const& k) const { return name##_.get(k); }                           \
-  void name##Is(Key const& k, Value const& v) {                                       \
-    if (!name##_.set(k, v)) return;                                                   \
-    this->template notify<NotifieeConst>([&k](NotifieeConst& n) { n.on##Name(k); });  \
-  }                                                                                   \
-  VEL_COLLECTION_COMMON_(name, Name, Key)
+#define VEL_VALUE_COLLECTION_(name, Name, Key, Value, NOTIFY)          \
+ public:                                                              \
+  using Name##Coll = ::Vel::ValueCollection<Key, Value>;              \
+  Value name(Key const& k) const { return name##_.get(k); }           \
+  Value* name##Find(Key const& k) { return name##_.findMutable(k); }  \
+  void name##Is(Key const& k, Value const& v) {                       \
+    if (name##_.set(k, v)) NOTIFY(Name, k);                           \
+  }                                                                   \
+  VEL_COLLECTION_COMMON_(name, Name, Key, NOTIFY)
 
-#define VEL_ENTITY_COLLECTION(name, Name, Key, Type)                                  \
- public:                                                                             \
-  using Name##Coll = ::Vel::EntityCollection<Key, Type>;                             \
-  ::Vel::Ptr<Type const> name(Key const& k) const { return name##_.get(k); }         \
-  ::Vel::Ptr<Type> name(Key const& k) { return name##_.get(k); }                     \
-  ::Vel::Ptr<Type> name##Is(Key const& k) {                                          \
-    auto [member, created] = name##_.findOrCreate(k);                                \
-    if (created) {                                                                   \
-      this->template notify<NotifieeConst>([&k](NotifieeConst& n) { n.on##Name(k); }); \
-    }                                                                                \
-    return member;                                                                   \
-  }                                                                                  \
-  VEL_COLLECTION_COMMON_(name, Name, Key)
+#define VEL_ENTITY_COLLECTION_(name, Name, Key, Type, NOTIFY)                 \
+ public:                                                                     \
+  using Name##Coll = ::Vel::EntityCollection<Key, Type>;                     \
+  ::Vel::Ptr<Type const> name(Key const& k) const { return name##_.get(k); } \
+  ::Vel::Ptr<Type> name(Key const& k) { return name##_.get(k); }             \
+  ::Vel::Ptr<Type> name##Is(Key const& k) {                                  \
+    auto [member, created] = name##_.findOrCreate(k);                        \
+    if (created) NOTIFY(Name, k);                                            \
+    return member;                                                           \
+  }                                                                          \
+  VEL_COLLECTION_COMMON_(name, Name, Key, NOTIFY)
 
-// A machine's internal collections: the same accessors, no notification (nothing watches them).
+#define VEL_VALUE_COLLECTION(name, Name, Key, Value) \
+  VEL_VALUE_COLLECTION_(name, Name, Key, Value, VEL_NOTIFY_KEY_)
+#define VEL_ENTITY_COLLECTION(name, Name, Key, Type) \
+  VEL_ENTITY_COLLECTION_(name, Name, Key, Type, VEL_NOTIFY_KEY_)
 
-#define VEL_INTERNAL_COLLECTION_COMMON_(name, Name, Key)                       \
- public:                                                                      \
-  Name##Coll const& name##Coll() const { return name##_; }                    \
-  std::size_t name##s() const { return name##_.count(); }                     \
-  bool name##Del(Key const& k) { return name##_.erase(Key(k)); }              \
-  void name##DelAll() {                                                       \
-    while (Key const* first = name##_.firstKey()) name##_.erase(Key(*first)); \
-  }                                                                           \
-                                                                              \
- private:                                                                     \
-  Name##Coll name##_;                                                         \
-                                                                              \
- public:
-
-#define VEL_INTERNAL_VALUE_COLLECTION(name, Name, Key, Value)                             \
- public:                                                                                 \
-  using Name##Coll = ::Vel::ValueCollection<Key, Value>;                                 \
-  Value name(Key const& k) const { return name##_.get(k); }                              \
-  Value* name##Find(Key const& k) { return name##_.findMutable(k); }                     \
-  void name##Is(Key const& k, Value const& v) { name##_.set(k, v); }                     \
-  VEL_INTERNAL_COLLECTION_COMMON_(name, Name, Key)
-
-#define VEL_INTERNAL_ENTITY_COLLECTION(name, Name, Key, Type)                             \
- public:                                                                                 \
-  using Name##Coll = ::Vel::EntityCollection<Key, Type>;                                 \
-  ::Vel::Ptr<Type> name(Key const& k) const { return name##_.get(k); }                   \
-  ::Vel::Ptr<Type> name##Is(Key const& k) { return name##_.findOrCreate(k).first; }      \
-  VEL_INTERNAL_COLLECTION_COMMON_(name, Name, Key)
+// A machine's internal collections: the same accessors, no notification.
+#define VEL_INTERNAL_VALUE_COLLECTION(name, Name, Key, Value) \
+  VEL_VALUE_COLLECTION_(name, Name, Key, Value, VEL_NOTIFY_NOTHING_)
+#define VEL_INTERNAL_ENTITY_COLLECTION(name, Name, Key, Type) \
+  VEL_ENTITY_COLLECTION_(name, Name, Key, Type, VEL_NOTIFY_NOTHING_)

@@ -76,16 +76,4 @@ class Value {
   Self const& self() const { return static_cast<Self const&>(*this); }
 };
 
-// Hasher for std containers keyed by framework values and foreign types with hash().
-struct Hasher {
-  template <class T>
-  std::size_t operator()(T const& v) const {
-    if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
-      return std::hash<T>()(v);
-    } else {
-      return v.hash();
-    }
-  }
-};
-
 }  // namespace Vel
