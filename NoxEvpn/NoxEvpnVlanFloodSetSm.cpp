@@ -208,6 +208,8 @@ void EvpnVlanFloodSetSm::VelVlanFloodSetStatus::handleMplsDestStatus(MplsDestCon
 
 bool EvpnVlanFloodSetSm::isMplsDestConfigProgrammed(MacVlanPair const& pair,
                                                     MplsDestConfig const& config) const {
+  NOX_TRACE_ENTRY("isMplsDestConfigProgrammed vlan: {} mac: {} tunnelId: {} label: {}",
+                  pair.vlanId(), pair.macAddr(), config.tunnelId(), config.label());
   auto status = vlanFloodSetHwStatus_ ? vlanFloodSetHwStatus_->status(pair) : nullptr;
   if (!status) return false;
   HwProgrammingStatus const* value = status->mplsDestStatusColl().find(config);
@@ -230,6 +232,8 @@ void EvpnVlanFloodSetSm::updateInternalMapping(VlanMacDest const& d) {
 }
 
 void EvpnVlanFloodSetSm::updateInternalMapping(VlanMacDest const& d, bool inFloodSet) {
+  NOX_TRACE_ENTRY("updateInternalMapping vlan: {} mac: {} dest: {}", d.vlanId(), d.macAddr(),
+                  d.dest());
   TunnelId const tunnel = d.dest().destDataMpls().tunnelId();
   MplsFloodSetVia const via = viaOf(d.dest());
   if (inFloodSet) {
@@ -251,6 +255,7 @@ void EvpnVlanFloodSetSm::updateInternalMapping(VlanMacDest const& d, bool inFloo
 
 bool EvpnVlanFloodSetSm::isDestInFloodSet(VlanId vlan, EthAddr const& mac,
                                           Dest const& dest) const {
+  NOX_TRACE_ENTRY("isDestInFloodSet vlan: {} mac: {} dest: {}", vlan, mac, dest);
   // Raw lookups: this runs for every destination of every change, and taking references would
   // write to every entity on the way.
   auto const* vlanFloodSet =
@@ -282,6 +287,7 @@ void EvpnVlanFloodSetSm::processMplsDestConfig(VlanMacDest const& d, bool inFloo
 }
 
 MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig(Dest const& dest) {
+  NOX_TRACE_ENTRY("createMplsDestConfig dest: {}", dest);
   TunnelId const tunnelId = dest.destDataMpls().tunnelId();
   VEL_ASSERT(tunnelId != Tunnel::TunnelTable::TunnelId::invalid());
   MplsFloodSetVia const key = viaOf(dest);
@@ -295,49 +301,60 @@ MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig(Dest const& dest) {
 }
 
 void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig(VlanMacDest const& d) {
+  NOX_TRACE_ENTRY("addOrUpdateMplsDestHwConfig vlan: {} mac: {} dest: {}", d.vlanId(),
+                  d.macAddr(), d.dest());
   MplsDestConfig const fresh = createMplsDestConfig(d.dest());
-  MplsDestConfig* const recorded = mplsDestHwConfigFind(d);
-  MplsDestConfig const existing = recorded ? *recorded : MplsDestConfig();
+  MplsDestConfig const existing = mplsDestHwConfig(d);
   if (existing == fresh) {
     NOX_TRACE_CHANGE("   no change in hardware config, skip {}", fresh);
     return;
   }
-  auto config = vlanFloodSetHwConfig_->configIs(d.pair());
-  config->mplsDestConfigIs(fresh, true);
-  if (!!existing) {
-    NOX_TRACE_CHANGE(
-        "   update hardware config, existing: ( tunnelId: {} label: {} hwTunnelId: {} hwId: {} "
-        "l2IntfId: {} ), new: ( tunnelId {} label: {} hwTunnelId: {} hwId: {} l2IntfId: {} )",
-        existing.tunnelId(), existing.label(), existing.hwTunnelId(),
-        existing.hwIdForTunnelProgramming(), existing.l2IntfId(), fresh.tunnelId(), fresh.label(),
-        fresh.hwTunnelId(), fresh.hwIdForTunnelProgramming(), fresh.l2IntfId());
-    config->mplsDestConfigDel(existing);
-  } else {
+  // The record is written before the output: the output's watchers run inside the writes below
+  // and may change this destination again (withdraw its via, say), and whatever they do must
+  // start from what is about to be published, or it would be undone when this call resumes.
+  mplsDestHwConfigIs(d, fresh);
+  vlanFloodSetHwConfig_->configIs(d.pair())->mplsDestConfigIs(fresh, true);
+  if (!existing) {
     NOX_TRACE_CHANGE(
         "   add hardware config: tunnelId: {} label: {} hwTunnelId: {} hwId: {} l2IntfId: {}",
         fresh.tunnelId(), fresh.label(), fresh.hwTunnelId(), fresh.hwIdForTunnelProgramming(),
         fresh.l2IntfId());
+    return;
   }
-  // Only the output changed since the lookup, so the recorded entry is still where it was.
-  if (recorded) {
-    *recorded = fresh;
-  } else {
-    mplsDestHwConfigIs(d, fresh);
-  }
+  NOX_TRACE_CHANGE(
+      "   update hardware config, existing: ( tunnelId: {} label: {} hwTunnelId: {} hwId: {} "
+      "l2IntfId: {} ), new: ( tunnelId {} label: {} hwTunnelId: {} hwId: {} l2IntfId: {} )",
+      existing.tunnelId(), existing.label(), existing.hwTunnelId(),
+      existing.hwIdForTunnelProgramming(), existing.l2IntfId(), fresh.tunnelId(), fresh.label(),
+      fresh.hwTunnelId(), fresh.hwIdForTunnelProgramming(), fresh.l2IntfId());
+  withdrawFromOutput(d, existing);
 }
 
 void EvpnVlanFloodSetSm::deleteMplsDestHwConfig(VlanMacDest const& d) {
+  NOX_TRACE_ENTRY("deleteMplsDestHwConfig vlan: {} mac: {} dest: {}", d.vlanId(), d.macAddr(),
+                  d.dest());
   MplsDestConfig const existing = mplsDestHwConfig(d);
   if (!existing) return;
   NOX_TRACE_CHANGE(
       "   remove hardware config: tunnelId: {} label: {} hwTunnelId: {} hwId: {} l2IntfId: {}",
       existing.tunnelId(), existing.label(), existing.hwTunnelId(),
       existing.hwIdForTunnelProgramming(), existing.l2IntfId());
-  if (auto config = vlanFloodSetHwConfig_->config(d.pair())) {
-    config->mplsDestConfigDel(existing);
-    if (config->mplsDestConfigs() == 0) vlanFloodSetHwConfig_->configDel(d.pair());
-  }
   mplsDestHwConfigDel(d);
+  withdrawFromOutput(d, existing);
+}
+
+void EvpnVlanFloodSetSm::withdrawFromOutput(VlanMacDest const& d, MplsDestConfig const& config) {
+  NOX_TRACE_ENTRY("withdrawFromOutput vlan: {} mac: {} dest: {}", d.vlanId(), d.macAddr(),
+                  d.dest());
+  // A watcher of an earlier write may have published this very configuration again.
+  if (mplsDestHwConfig(d) == config) return;
+  // Looked up afresh: a watcher may also have removed the pair's entity. An update normally
+  // leaves the new configuration behind, but a watcher may have withdrawn that too, so the
+  // entity goes whenever it is left empty.
+  auto pairConfig = vlanFloodSetHwConfig_->config(d.pair());
+  if (!pairConfig) return;
+  pairConfig->mplsDestConfigDel(config);
+  if (pairConfig->mplsDestConfigs() == 0) vlanFloodSetHwConfig_->configDel(d.pair());
 }
 
 VEL_REGISTER_TYPE(EvpnVlanFloodSetSm);

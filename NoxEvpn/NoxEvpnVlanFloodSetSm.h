@@ -125,6 +125,9 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
   // up once per destination, and a destination found through the internal mappings is present.
   void updateInternalMapping(VlanMacDest const& d, bool inFloodSet);
   void processMplsDestConfig(VlanMacDest const& d, bool inFloodSet);
+  // Removes a configuration that is no longer this destination's from the pair's entity, and
+  // the entity when that leaves it empty.
+  void withdrawFromOutput(VlanMacDest const& d, MplsDestConfig const& config);
 
   // MPLS-only flood sets, watched per VLAN and per MAC address.
   Vel::Ptr<L2Rib::FloodSetOutput const> floodSetOutput_;

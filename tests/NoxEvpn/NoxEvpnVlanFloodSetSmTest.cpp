@@ -109,6 +109,35 @@ TEST_F(FloodSetSmTest, HardwareTunnelIdChangeUpdatesConfigsWithoutEmptyingThePai
   EXPECT_EQ(traced(), (Texts{" no dests associated with this tunnel 9"}));
 }
 
+// The agent that reads the configuration may react to it at once, on the same thread: here it
+// withdraws the via as soon as the updated configuration appears. The machine must end with
+// nothing published and nothing recorded for the destination, not with the update it was making.
+TEST_F(FloodSetSmTest, WatcherWithdrawingTheViaDuringAnUpdateLeavesNothingPublished) {
+  hwInfos->mappingIs(via(5, 1000), hwInfo(1, "L2Intf1"));
+  floodSet(100, 0x100)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
+  start();
+  struct WithdrawOnUpdate : Nox::VlanFloodSetConfig::NotifieeConst {
+    WithdrawOnUpdate(Vel::Ptr<Nox::VlanFloodSetConfig const> const& c, Nox::HwInfoMapping* m)
+        : NotifieeConst(c), hwInfos(m) {}
+    void onMplsDestConfig(Nox::MplsDestConfig const& c) override {
+      if (notifier()->mplsDestConfigIsMemberOf(c) && c.hwIdForTunnelProgramming() == 2) {
+        hwInfos->mappingDel(via(5, 1000));
+      }
+    }
+    Nox::HwInfoMapping* hwInfos;
+  } watch(hwConfig->config({mac(0x100), vlan(100)}), hwInfos.ptr());
+
+  hwInfos->mappingIs(via(5, 1000), hwInfo(2, "L2Intf2"));
+  EXPECT_TRUE(render(*hwConfig).empty());
+  EXPECT_EQ(hwConfig->configs(), 0u);
+  EXPECT_EQ(sm->mplsDestHwConfigs(), 0u);
+
+  // The destination waits for its via as any other and is published when it comes back.
+  hwInfos->mappingIs(via(5, 1000), hwInfo(3, "L2Intf3"));
+  EXPECT_EQ(render(*hwConfig),
+            (Lines{"100 00:00:00:00:01:00 tunnel=5 label=1000 hwTunnelId=0 hwId=3 l2Intf=L2Intf3"}));
+}
+
 TEST_F(FloodSetSmTest, RenotifiedUnchangedDestinationWritesNothing) {
   hwInfos->mappingIs(via(5, 3), hwInfo(7, "L2Intf7"));
   auto fs = floodSet(10, 1);
