@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "platform/vel/Exception.h"
+#include "platform/trace/PrivateFile.h"
 
 namespace Trace {
 
@@ -31,10 +31,7 @@ void FileSink::write(Record const& record) {
 }
 
 Vel::Ptr<FileSink> fileSinkFactory(Vel::Name const& path) {
-  int const fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-  if (fd < 0) {
-    throw Vel::RangeException("cannot open trace file " + path.str() + ": " + std::strerror(errno));
-  }
+  int const fd = openPrivateFile(path.str(), true);
   return Vel::Ptr<FileSink>(new FileSink(fd, true));
 }
 

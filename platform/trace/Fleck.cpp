@@ -15,12 +15,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 
+#include "platform/trace/PrivateFile.h"
 #include "platform/vel/Exception.h"
 
 namespace Fleck {
@@ -120,35 +122,15 @@ class Writer {
 };
 
 std::string Writer::defaultPathFor(pid_t pid) {
-  char const* tmp = std::getenv("TMPDIR");
-  std::string dir = tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
-  return dir + "/nox-fleck-" + std::to_string(pid) + ".flk";
+  return Trace::privateFileDirectory() + "/nox-fleck-" + std::to_string(pid) + ".flk";
 }
 
 std::size_t Writer::defaultBytes() {
   char const* text = std::getenv("NOX_FLECK_SIZE");
   if (text == nullptr || *text == '\0') return defaultFileBytes;
-  char* end = nullptr;
-  unsigned long long n = std::strtoull(text, &end, 10);
-  switch (*end) {
-    case 'G':
-      n <<= 10;
-      [[fallthrough]];
-    case 'M':
-      n <<= 10;
-      [[fallthrough]];
-    case 'K':
-      n <<= 10;
-      ++end;
-      break;
-    default:
-      break;
-  }
-  if (*end != '\0' || n < minFileBytes) {
-    std::fprintf(stderr, "NOX_FLECK_SIZE: '%s' is not a size of 64K or more; using 8M\n", text);
-    return defaultFileBytes;
-  }
-  return n;
+  if (auto const bytes = parseFileBytes(text)) return *bytes;
+  std::fprintf(stderr, "NOX_FLECK_SIZE: '%s' is not a size from 64K to 64G; using 8M\n", text);
+  return defaultFileBytes;
 }
 
 void Writer::openLocked(std::string const& path, std::size_t bytes) {
@@ -166,9 +148,15 @@ void Writer::openLocked(std::string const& path, std::size_t bytes) {
     buffer_ = Buffer();
     return Vel::RangeException("Fleck buffer " + path + ": " + what + ": " + reason);
   };
-  buffer_.fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (buffer_.fd < 0) throw failed("cannot create");
-  if (::ftruncate(buffer_.fd, static_cast<off_t>(bytes)) != 0) throw failed("cannot size");
+  try {
+    buffer_.fd = Trace::openPrivateFile(path);
+  } catch (Vel::RangeException const& e) {
+    throw Vel::RangeException(std::string("Fleck buffer: ") + e.what());
+  }
+  // A reused file starts over: emptied first so that no old record survives in the new buffer.
+  if (::ftruncate(buffer_.fd, 0) != 0 || ::ftruncate(buffer_.fd, static_cast<off_t>(bytes)) != 0) {
+    throw failed("cannot size");
+  }
   errno = ::posix_fallocate(buffer_.fd, 0, headerBytes);
   if (errno != 0) throw failed("cannot reserve space");
   void* base = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, buffer_.fd, 0);
@@ -331,6 +319,23 @@ void open(std::string const& path, std::size_t bytes) { Writer::instance().open(
 void close() { Writer::instance().close(); }
 
 std::string path() { return Writer::instance().path(); }
+
+std::optional<std::size_t> parseFileBytes(std::string_view text) {
+  std::uint64_t n = 0;
+  auto const [end, ec] = std::from_chars(text.data(), text.data() + text.size(), n);
+  if (ec != std::errc() || end == text.data()) return std::nullopt;
+  std::string_view const suffix(end, static_cast<std::size_t>(text.data() + text.size() - end));
+  unsigned shift = 0;
+  if (suffix == "K") shift = 10;
+  else if (suffix == "M") shift = 20;
+  else if (suffix == "G") shift = 30;
+  else if (!suffix.empty()) return std::nullopt;
+  constexpr std::uint64_t maxBytes = std::uint64_t(64) << 30;
+  if (n > (maxBytes >> shift)) return std::nullopt;
+  n <<= shift;
+  if (n < minFileBytes) return std::nullopt;
+  return static_cast<std::size_t>(n);
+}
 
 std::string defaultPath() {
   char const* path = std::getenv("NOX_FLECK_FILE");

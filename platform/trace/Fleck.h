@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <optional>
 #include <string_view>
 
 #include "platform/trace/Clock.h"
@@ -28,9 +29,9 @@ namespace Fleck {
 
 inline constexpr std::size_t defaultFileBytes = std::size_t(8) << 20;
 
-// Creates (or truncates) the file and makes it the process's buffer, closing the one before.
-// The size is rounded down to 4 KiB; Vel::RangeException when it is below 64 KiB or the file
-// cannot be created and mapped.
+// Creates the file (or empties one of ours, see platform/trace/PrivateFile.h) and makes it the
+// process's buffer, closing the one before. The size is rounded down to 4 KiB;
+// Vel::RangeException when it is below 64 KiB or the file cannot be created and mapped.
 void open(std::string const& path, std::size_t bytes = defaultFileBytes);
 // Closes the buffer; records are dropped until the next open(). No other thread may be writing
 // a record meanwhile: the mapping goes away.
@@ -39,6 +40,9 @@ void close();
 std::string path();
 // Where the buffer opens itself.
 std::string defaultPath();
+// A buffer size as NOX_FLECK_SIZE writes it: a decimal number of bytes with an optional K, M or
+// G suffix, at least 64K and at most 64G; nothing for any other text.
+std::optional<std::size_t> parseFileBytes(std::string_view text);
 
 namespace Detail {
 

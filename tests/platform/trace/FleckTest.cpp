@@ -300,6 +300,7 @@ TEST(FleckOpen, SizeBelowTheMinimumIsARangeError) {
 TEST(FleckOpen, DefaultPathFollowsTheEnvironment) {
   std::string const pid = std::to_string(getpid());
   unsetenv("NOX_FLECK_FILE");
+  unsetenv("XDG_RUNTIME_DIR");
   setenv("TMPDIR", "/var/tmp", 1);
   EXPECT_EQ(Fleck::defaultPath(), "/var/tmp/nox-fleck-" + pid + ".flk");
   unsetenv("TMPDIR");
