@@ -16,6 +16,9 @@ struct Options {
   // Reader: whether to enter this process in the segment's reader registry (kelpcat --list
   // inspects tables without counting as a reader).
   bool registerReader = true;
+  // Writer: whether readers of the owner's group may map the segment (mode 0640 instead of the
+  // owner-only 0600).
+  bool groupReadable = false;
 };
 
 }  // namespace Kelp

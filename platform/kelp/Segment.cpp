@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -23,7 +24,6 @@ namespace Kelp {
 
 namespace {
 
-constexpr mode_t segmentMode = 0644;
 
 std::string systemError(char const* what) {
   return std::string(what) + ": " + std::strerror(errno);
@@ -75,6 +75,51 @@ Word peekWriterPid(int fd) {
                                  ") already has the table open for writing");
 }
 
+// Names this process created and has not unlinked yet, kept where a signal handler can reach them
+// without allocating or locking.
+constexpr std::size_t maxCreatedNames = 256;
+constexpr std::size_t maxPathBytes = 256;
+struct CreatedName {
+  std::atomic<bool> used{false};
+  char path[maxPathBytes] = {};
+};
+CreatedName createdNames[maxCreatedNames];
+
+void rememberCreatedName(std::string const& path) {
+  if (path.size() >= maxPathBytes) return;
+  for (auto& n : createdNames) {
+    bool expected = false;
+    if (!n.used.load() && n.used.compare_exchange_strong(expected, true)) {
+      std::memcpy(n.path, path.c_str(), path.size() + 1);
+      return;
+    }
+  }
+}
+
+void forgetCreatedName(std::string const& path) {
+  for (auto& n : createdNames) {
+    if (n.used.load() && path == n.path) {
+      n.path[0] = '\0';
+      n.used.store(false);
+      return;
+    }
+  }
+}
+
+// A name that is already there is used only if it is a plain segment of ours: someone else's file
+// under the name could be read, truncated or rewritten behind the writer's back.
+void checkOwnSegment(std::string const& table, int fd, mode_t mode) {
+  struct stat st {};
+  std::string why;
+  if (::fstat(fd, &st) != 0) why = systemError("fstat");
+  else if (!S_ISREG(st.st_mode)) why = "refused: not a plain shared-memory segment";
+  else if (st.st_uid != ::geteuid()) why = "refused: the name belongs to another user";
+  else if (::fchmod(fd, mode) != 0) why = systemError("fchmod");
+  if (why.empty()) return;
+  ::close(fd);
+  throw OpenException(table, why);
+}
+
 int lockOrRefuse(std::string const& table, int fd) {
   if (::flock(fd, LOCK_EX | LOCK_NB) != 0) refuseLiveWriter(table, fd);
   rememberLockedFd(fd);
@@ -83,13 +128,30 @@ int lockOrRefuse(std::string const& table, int fd) {
 
 }  // namespace
 
+bool validTableName(std::string_view name) {
+  if (name.empty() || name.size() > maxTableNameBytes || name.front() == '.' ||
+      name.find("..") != std::string_view::npos) {
+    return false;
+  }
+  return std::all_of(name.begin(), name.end(), [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+           c == '.' || c == '_' || c == '-';
+  });
+}
+
 std::string segmentPath(std::string const& table) {
   std::string const name = !table.empty() && table[0] == '/' ? table.substr(1) : table;
-  if (name.empty() || name.size() > 200 || name.find('/') != std::string::npos || name == "." ||
-      name == "..") {
-    throw OpenException(table, "bad table name (want PREFIX.name, no '/', at most 200 chars)");
+  if (!validTableName(name)) {
+    throw OpenException(table, "bad table name (want PREFIX.name of letters, digits, '.', '_' "
+                               "and '-', no '..', at most 200 chars)");
   }
   return "/" + name;
+}
+
+void unlinkCreatedSegments() {
+  for (auto& n : createdNames) {
+    if (n.used.load() && n.path[0] != '\0') ::shm_unlink(n.path);
+  }
 }
 
 Segment::Segment(std::string table, int fd, Access access)
@@ -116,16 +178,21 @@ Segment& Segment::operator=(Segment&& other) noexcept {
 
 Segment::~Segment() { close(); }
 
-Segment Segment::claim(std::string const& table, bool* replacedStale) {
+Segment Segment::claim(std::string const& table, bool* replacedStale, mode_t mode) {
   std::string const path = segmentPath(table);
   *replacedStale = false;
-  int fd = ::shm_open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, segmentMode);
+  int fd = ::shm_open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+  if (fd < 0 && errno == EEXIST) {
+    fd = ::shm_open(path.c_str(), O_RDWR | O_CLOEXEC, 0);
+    if (fd >= 0) checkOwnSegment(table, fd, mode);
+  }
   if (fd < 0) throw OpenException(table, systemError("shm_open"));
   lockOrRefuse(table, fd);
   struct stat st {};
   if (::fstat(fd, &st) == 0 && st.st_size == 0) {
     Segment s(table, fd, Access::writer);
     s.writable_ = true;
+    rememberCreatedName(path);
     return s;
   }
   // A segment nobody holds the lock of was left by a dead writer. Readers may still map it, so
@@ -135,7 +202,7 @@ Segment Segment::claim(std::string const& table, bool* replacedStale) {
   ::shm_unlink(path.c_str());
   forgetLockedFd(fd);
   ::close(fd);
-  fd = ::shm_open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, segmentMode);
+  fd = ::shm_open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
   if (fd < 0 && errno == EEXIST) {
     throw OpenException(table, "refused: another writer claimed the table first");
   }
@@ -143,6 +210,7 @@ Segment Segment::claim(std::string const& table, bool* replacedStale) {
   lockOrRefuse(table, fd);
   Segment s(table, fd, Access::writer);
   s.writable_ = true;
+  rememberCreatedName(path);
   return s;
 }
 
@@ -201,7 +269,9 @@ void Segment::mapRegistry() {
 }
 
 void Segment::unlinkName() {
-  if (access_ == Access::writer && ownerPid_ == ::getpid()) ::shm_unlink(path_.c_str());
+  if (access_ != Access::writer || ownerPid_ != ::getpid()) return;
+  ::shm_unlink(path_.c_str());
+  forgetCreatedName(path_);
 }
 
 std::size_t Segment::fileBytes() const {

@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace Kelp {
 
@@ -26,10 +27,11 @@ class Segment {
   Segment& operator=(Segment const&) = delete;
   ~Segment();
 
-  // Takes the name for the one writer: a new empty file, or a fresh one in place of a stale
-  // segment left by a dead writer (*replacedStale is then true). Throws OpenException when a
-  // live writer owns the name.
-  static Segment claim(std::string const& table, bool* replacedStale);
+  // Takes the name for the one writer: a new empty file created with `mode`, or a fresh one in
+  // place of a stale segment of ours left by a dead writer (*replacedStale is then true). Throws
+  // OpenException when a live writer owns the name, or the name is another user's or not a plain
+  // segment.
+  static Segment claim(std::string const& table, bool* replacedStale, mode_t mode = 0600);
   // Opens an existing segment for reading; throws OpenException when there is none.
   static Segment open(std::string const& table);
   // Process memory with no name.
@@ -70,7 +72,15 @@ class Segment {
   std::byte* registry_ = nullptr;
 };
 
-// "/" followed by the table name; throws OpenException for names that shared memory refuses.
+inline constexpr std::size_t maxTableNameBytes = 200;
+// Table names are portable file names: letters, digits, '.', '_' and '-', not starting with '.',
+// without "..", at most maxTableNameBytes long.
+bool validTableName(std::string_view name);
+// "/" followed by the table name; throws OpenException for a name that is not valid.
 std::string segmentPath(std::string const& table);
+
+// Removes the name of every segment this process created and still holds. Safe to call from a
+// signal handler: a process stopped by a signal leaves no names behind.
+void unlinkCreatedSegments();
 
 }  // namespace Kelp

@@ -77,7 +77,7 @@ TableCore::TableCore(std::string table, Mode mode, RecordShape const& shape, Opt
   shape_.valueType = clipTypeName(shape_.valueType);
   switch (mode_) {
     case Mode::writer:
-      segment_ = Segment::claim(table_, &replacedStale_);
+      segment_ = Segment::claim(table_, &replacedStale_, options.groupReadable ? 0640 : 0600);
       createSegment(options);
       break;
     case Mode::process:

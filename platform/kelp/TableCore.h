@@ -107,6 +107,8 @@ class TableCore {
   bool corruptionReported() const { return corruptionReported_; }
 
   static constexpr std::chrono::milliseconds livenessPeriod{5};
+  // How long a reader waits for a slot that a live writer seems to be writing.
+  static constexpr std::chrono::milliseconds busySlotLimit{500};
 
  private:
   void createSegment(Options const& options);

@@ -201,10 +201,19 @@ bool TableCore::readRecord(Slot slot, Word* key, Word* value) {
     if (key) SeqLock::copyOut(key, w + Layout::slotKeyWord, keyWords_);
     if (value) SeqLock::copyOut(value, w + Layout::slotKeyWord + keyWords_, valueWords_);
   };
+  std::chrono::steady_clock::time_point giveUp{};
   for (unsigned tries = 1; !SeqLock::tryRead(w[Layout::slotSeqWord], &seq, copy); ++tries) {
-    // A writer killed in the middle of a write leaves the slot odd for ever.
+    // A writer killed in the middle of a write leaves the slot odd for ever. A live writer
+    // finishes a record in well under a microsecond, so one that seems to take longer than
+    // busySlotLimit is not writing at all: the sequence word was damaged.
     if (tries % 1024 == 0) {
       if (!processAlive(static_cast<std::int64_t>(load(header_->writerPid)))) return false;
+      auto const now = std::chrono::steady_clock::now();
+      if (giveUp == std::chrono::steady_clock::time_point{}) giveUp = now + busySlotLimit;
+      if (now > giveUp) {
+        corrupt("slot " + std::to_string(slot) + " stays busy while its writer lives: table busy "
+                "or corrupt");
+      }
       ::sched_yield();
     }
     SeqLock::pause();

@@ -17,9 +17,11 @@
 
 namespace VelKelp {
 
-// Empty: tables stay in process memory. Otherwise "/PREFIX.name" shared-memory segments.
-void publishPrefixIs(std::string prefix);
+// Empty: tables stay in process memory. Otherwise "/PREFIX.name" shared-memory segments,
+// created with `options` (who may read them, their first size).
+void publishPrefixIs(std::string prefix, Kelp::Options const& options = {});
 std::string const& publishPrefix();
+Kelp::Options const& publishOptions();
 // The name a table made under `name` gets: PREFIX.name when publishing, else name.
 Vel::Name tableName(Vel::Name const& name);
 
@@ -33,7 +35,7 @@ class Collection : private Kelp::TableNotifiee<K> {
   Collection(Vel::Name const& name, std::function<void(K const&)> onKey,
              std::function<void()> onCollection)
       : table_(publishPrefix().empty() ? Table::processNew(name)
-                                       : Table::writerNew(tableName(name))),
+                                       : Table::writerNew(tableName(name), publishOptions())),
         onKey_(std::move(onKey)),
         onCollection_(std::move(onCollection)) {
     table_->notifieeIs(this);

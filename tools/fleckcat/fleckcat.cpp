@@ -9,9 +9,22 @@
 
 #include "platform/trace/FleckReader.h"
 
+namespace {
+constexpr char const* usageText =
+    "usage: fleckcat FILE\n"
+    "       fleckcat --help\n"
+    "Prints the messages of a Fleck trace buffer, oldest first, one a line:\n"
+    "TIME FACILITY/LEVEL FILE:LINE MESSAGE. Exit status: 0, 1 when FILE is not a readable\n"
+    "Fleck buffer, 2 on a usage error.\n";
+}  // namespace
+
 int main(int argc, char** argv) {
+  if (argc == 2 && (std::string(argv[1]) == "--help" || std::string(argv[1]) == "-h")) {
+    std::fputs(usageText, stdout);
+    return 0;
+  }
   if (argc != 2 || argv[1][0] == '-') {
-    std::fprintf(stderr, "usage: fleckcat FILE\n");
+    std::fputs(usageText, stderr);
     return 2;
   }
   std::string const path = argv[1];

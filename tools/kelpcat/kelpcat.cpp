@@ -19,17 +19,28 @@
 #include <vector>
 
 #include "platform/kelp/RecordReader.h"
+#include "platform/kelp/Segment.h"
 #include "platform/kelp/TableList.h"
 
 namespace {
 
+constexpr char const* usageText =
+    "usage: kelpcat --list PREFIX\n"
+    "       kelpcat TABLE\n"
+    "       kelpcat --follow [--count N] TABLE\n"
+    "       kelpcat --help\n"
+    "Reads the Kelp shared-memory tables that another process publishes. PREFIX and TABLE are\n"
+    "names of letters, digits, '.', '_' and '-' (a table is PREFIX.name).\n"
+    "Exit status: 0 success, 1 a table missing, busy or corrupt, 2 bad arguments.\n";
+
 int usage(std::string const& problem) {
-  std::cerr << "kelpcat: " << problem << "\n"
-            << "usage: kelpcat --list PREFIX\n"
-            << "       kelpcat TABLE\n"
-            << "       kelpcat --follow [--count N] TABLE\n";
+  std::cerr << "kelpcat: " << problem << "\n" << usageText;
   return 2;
 }
+
+// Names are checked before anything is opened, so that a bad one is a usage error, not a missing
+// table.
+bool badName(std::string const& name) { return !Kelp::validTableName(name); }
 
 std::string writerText(Kelp::Status const& s) {
   if (!s.writerAttached) return std::to_string(s.writerPid) + " (closed)";
@@ -102,8 +113,13 @@ int main(int argc, char** argv) {
   std::vector<std::string> const args(argv + 1, argv + argc);
   try {
     if (args.empty()) return usage("no table given");
+    if (args[0] == "--help" || args[0] == "-h") {
+      std::cout << usageText;
+      return 0;
+    }
     if (args[0] == "--list") {
       if (args.size() != 2) return usage("--list takes one PREFIX");
+      if (badName(args[1])) return usage("bad prefix '" + args[1] + "'");
       return list(args[1]);
     }
     if (args[0] == "--follow") {
@@ -117,10 +133,12 @@ int main(int argc, char** argv) {
         i += 2;
       }
       if (args.size() != i + 1) return usage("--follow takes one TABLE");
+      if (badName(args[i])) return usage("bad table name '" + args[i] + "'");
       return follow(args[i], limit);
     }
     if (args[0].starts_with("-")) return usage("unknown option " + args[0]);
     if (args.size() != 1) return usage("one TABLE at a time");
+    if (badName(args[0])) return usage("bad table name '" + args[0] + "'");
     return dump(args[0]);
   } catch (std::exception const& e) {
     std::cerr << "kelpcat: " << e.what() << '\n';

@@ -64,6 +64,11 @@ Action parseAdvance(ParseInput& in) {
   if (!in.args.countIs(1)) return {};
   auto const seconds = parseSeconds(in.args.word(0));
   if (!seconds) in.args.fail(cat("bad number of seconds '", in.args.word(0), "'"));
+  // Past this a clock would stop meaning anything (and with --shm it would be slept through).
+  constexpr double horizon = 1e9;
+  if (seconds && *seconds > horizon) {
+    in.args.fail(cat("seconds '", in.args.word(0), "' beyond the horizon of 1000000000"));
+  }
   double const s = seconds.value_or(0);
   return [s](Sim& sim) {
     // With the tables published (--shm), virtual time also passes in real time, so that another

@@ -1,6 +1,8 @@
 #pragma once
 
-// noxsim's command line:  noxsim [--trace LEVEL] [--shm PREFIX] [--quiet] FILE...
+// noxsim's command line:
+//   noxsim [--trace LEVEL] [--shm PREFIX [--shm-group] [--keep-shm]] [--quiet] FILE...
+//   noxsim --help
 // ('-' reads standard input).
 
 #include <string>
@@ -12,6 +14,9 @@ struct Options {
   int traceLevel = -1;    // library traces printed to standard error up to this level; -1 none
   bool quiet = false;     // no `show` output
   std::string shmPrefix;  // publish the tables in shared memory under this prefix
+  bool shmGroup = false;  // let the owner's group read the published tables
+  bool keepShm = false;   // leave the published tables behind when stopped by a signal
+  bool help = false;      // print the usage and stop
   std::vector<std::string> files;
 };
 

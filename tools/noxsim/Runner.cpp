@@ -2,9 +2,14 @@
 
 #include "tools/noxsim/Runner.h"
 
+#include <signal.h>
+
+#include <csignal>
 #include <cstdlib>
+#include <memory>
 #include <ostream>
 
+#include "platform/kelp/Segment.h"
 #include "platform/kelp/VelKelp.h"
 #include "platform/trace/Facility.h"
 #include "platform/trace/Fleck.h"
@@ -32,6 +37,45 @@ void execute(Step const& step, Sim& sim) {
     if (!sim.pendingError()) sim.pendingErrorIs(e.what());
   }
 }
+
+// A run stopped by SIGINT or SIGTERM runs no destructor: the handler removes the names of the
+// published tables itself, then lets the signal end the process as it would have.
+void removeTablesAndDie(int signal) {
+  Kelp::unlinkCreatedSegments();
+  std::signal(signal, SIG_DFL);
+  std::raise(signal);
+}
+
+// For the length of one run: the published prefix and, unless the tables are to be kept, the
+// handlers that remove them; what was there before comes back when the run ends.
+class PublishedTables {
+ public:
+  explicit PublishedTables(Options const& options) {
+    Kelp::Options published;
+    published.groupReadable = options.shmGroup;
+    VelKelp::publishPrefixIs(options.shmPrefix, published);
+    if (options.shmPrefix.empty() || options.keepShm) return;
+    handled_ = true;
+    struct sigaction action {};
+    action.sa_handler = removeTablesAndDie;
+    ::sigaction(SIGINT, &action, &previousInt_);
+    ::sigaction(SIGTERM, &action, &previousTerm_);
+  }
+  ~PublishedTables() {
+    if (handled_) {
+      ::sigaction(SIGINT, &previousInt_, nullptr);
+      ::sigaction(SIGTERM, &previousTerm_, nullptr);
+    }
+    VelKelp::publishPrefixIs("");
+  }
+  PublishedTables(PublishedTables const&) = delete;
+  PublishedTables& operator=(PublishedTables const&) = delete;
+
+ private:
+  bool handled_ = false;
+  struct sigaction previousInt_ {};
+  struct sigaction previousTerm_ {};
+};
 
 int reportFailure(Sim& sim) {
   sim.out().flush();
@@ -66,12 +110,20 @@ int runMain(int argc, char const* const* argv, std::istream& in, std::ostream& o
             std::ostream& err) {
   std::string error;
   Options const options = parseOptions(argc, argv, error);
+  if (options.help) {
+    out << usage();
+    return exitOk;
+  }
   if (!error.empty()) {
     err << "noxsim: " << error << '\n' << usage();
     return exitSyntax;
   }
-  // Published tables (the tunnel-id table) are built with the agent, after this.
-  VelKelp::publishPrefixIs(options.shmPrefix);
+  if (char const* size = std::getenv("NOX_FLECK_SIZE"); size && !Fleck::parseFileBytes(size)) {
+    err << "noxsim: NOX_FLECK_SIZE: '" << size << "' is not a size from 64K to 64G\n";
+    return exitSyntax;
+  }
+  // Published tables are built with the agent, after this.
+  PublishedTables const published(options);
 
   Script script;
   for (std::string const& file : options.files) {
@@ -85,9 +137,16 @@ int runMain(int argc, char const* const* argv, std::istream& in, std::ostream& o
   // through NOX_FLECK, so that runs leave no buffer files behind.
   Trace::sinkDelAll();
   if (!std::getenv("NOX_FLECK")) Fleck::levelIs("*", Trace::levelOff);
-  Sim sim(out, err, options.quiet);
-  sim.traceTap().printLevelIs(options.traceLevel);
-  int const status = runScript(script, sim);
+  std::unique_ptr<Sim> sim;
+  try {
+    sim = std::make_unique<Sim>(out, err, options.quiet);
+  } catch (Vel::RangeException const& e) {
+    // Tables that cannot be published (another writer, a name taken by someone else).
+    err << "noxsim: " << e.what() << '\n';
+    return exitFailed;
+  }
+  sim->traceTap().printLevelIs(options.traceLevel);
+  int const status = runScript(script, *sim);
   out.flush();
   return status;
 }

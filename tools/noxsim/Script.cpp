@@ -2,11 +2,13 @@
 
 #include "tools/noxsim/Script.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 #include "tools/noxsim/Text.h"
 
@@ -51,26 +53,85 @@ bool readBlock(LineReader& reader, std::vector<BlockLine>& block) {
   return false;
 }
 
-bool readAll(std::istream& in, std::string& text) {
-  std::ostringstream buffer;
-  buffer << in.rdbuf();
-  text = buffer.str();
-  return !in.bad();
+// Collects a scenario's bytes, refusing a line longer than maxLineBytes as soon as it is seen,
+// so that an endless stream without newlines (a device, a runaway generator) cannot grow the
+// text without bound.
+class TextCollector {
+ public:
+  explicit TextCollector(std::string& text) : text_(text) {}
+  bool add(char const* data, std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) {
+      if (data[i] == '\n') {
+        ++line_;
+        lineBytes_ = 0;
+      } else if (++lineBytes_ > Script::maxLineBytes) {
+        return false;
+      }
+    }
+    text_.append(data, n);
+    return true;
+  }
+  // The number of the line being collected.
+  uint32_t line() const { return line_; }
+
+ private:
+  std::string& text_;
+  uint32_t line_ = 1;
+  std::size_t lineBytes_ = 0;
+};
+
+std::string tooLong(std::string const& name, uint32_t line) {
+  return cat(name, ":", line, ": line longer than ", Script::maxLineBytes, " bytes");
+}
+
+bool readStream(std::istream& in, std::string const& name, std::string& text, std::string& error) {
+  TextCollector collector(text);
+  char buffer[1 << 16];
+  while (in) {
+    in.read(buffer, sizeof buffer);
+    if (!collector.add(buffer, static_cast<std::size_t>(in.gcount()))) {
+      return error = tooLong(name, collector.line()), false;
+    }
+  }
+  if (in.bad()) return error = cat("cannot read ", name), false;
+  return true;
+}
+
+// A file is read through its descriptor so that a directory or a read error is told apart from
+// an empty file.
+bool readFile(std::string const& path, std::string& text, std::string& error) {
+  int const fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  auto const fail = [&](std::string message) {
+    if (fd >= 0) ::close(fd);
+    error = std::move(message);
+    return false;
+  };
+  if (fd < 0) return fail(cat("cannot read ", path, ": ", std::strerror(errno)));
+  struct stat st {};
+  if (::fstat(fd, &st) != 0) return fail(cat("cannot read ", path, ": ", std::strerror(errno)));
+  if (S_ISDIR(st.st_mode)) return fail(cat("cannot read ", path, ": ", std::strerror(EISDIR)));
+  TextCollector collector(text);
+  char buffer[1 << 16];
+  for (;;) {
+    ssize_t const n = ::read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return fail(cat("cannot read ", path, ": ", std::strerror(errno)));
+    if (n == 0) break;
+    if (!collector.add(buffer, static_cast<std::size_t>(n))) {
+      return fail(tooLong(path, collector.line()));
+    }
+  }
+  ::close(fd);
+  return true;
 }
 
 }  // namespace
 
 bool Script::addFile(std::string const& path, std::istream& stdinStream, std::string& error) {
   std::string text;
-  if (path == "-") {
-    if (!readAll(stdinStream, text)) return error = "-: cannot read standard input", false;
-  } else {
-    std::ifstream file(path, std::ios::binary);
-    if (!file || !readAll(file, text)) {
-      return error = cat(path, ": cannot read: ", std::strerror(errno)), false;
-    }
-  }
-  return addText(path, text, error);
+  bool const read =
+      path == "-" ? readStream(stdinStream, path, text, error) : readFile(path, text, error);
+  return read && addText(path, text, error);
 }
 
 bool Script::addText(std::string name, std::string_view text, std::string& error) {

@@ -79,11 +79,25 @@ TEST_F(KelpcatTool, BadArgumentsExitWithTwoAndBadTablesWithOneSayingWhy) {
            {}, {"--list"}, {"--follow", "--count", "x", "t.t"}, {"--bogus"}, {"a.b", "c.d"}}) {
     EXPECT_THAT(run(args), Pair(2, HasSubstr("usage: kelpcat")));
   }
+  for (auto const& args : std::vector<std::vector<std::string>>{
+           {"--list", ""}, {"--list", "a/b"}, {"../etc"}, {"--follow", ".x"}}) {
+    EXPECT_THAT(run(args), Pair(2, HasSubstr("usage: kelpcat")));
+  }
+  auto const help = run({"--help"});
+  EXPECT_THAT(help, Pair(0, HasSubstr("usage: kelpcat")));
   EXPECT_THAT(run({table("absent")}), Pair(1, HasSubstr("no such table")));
   auto numbers = NumberTable::writerNew(table("numbers"));
   Injector(table("numbers")).header().magic = 0xbad;
   EXPECT_THAT(run({"--follow", table("numbers")}),
               Pair(1, HasSubstr("corrupt segment: bad magic 0xbad")));
+}
+
+// A slot whose sequence word stays odd while its writer lives would hold a reader for ever.
+TEST_F(KelpcatTool, ASlotThatStaysBusyEndsTheDumpInsteadOfSpinning) {
+  auto numbers = NumberTable::writerNew(table("numbers"));
+  numbers->safeWrite(1, 10);
+  Injector(table("numbers")).slot(0)[Kelp::Layout::slotSeqWord] |= 1;
+  EXPECT_THAT(run({table("numbers")}), Pair(1, HasSubstr("table busy or corrupt")));
 }
 
 }  // namespace

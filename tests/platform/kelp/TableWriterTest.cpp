@@ -3,6 +3,8 @@
 // keeps, and how it grows, in shared and process memory alike, is checked against a map in
 // TablePropertyTest.
 
+#include <sys/stat.h>
+
 #include "platform/kelp/Exception.h"
 #include "tests/platform/kelp/KelpTestSupport.h"
 
@@ -89,6 +91,54 @@ TEST_F(WriterSide, TablesThatCannotBeOpenedAsAskedAreRefused) {
   EXPECT_EQ(first->lookup(1), 10u);
   EXPECT_THROW(NumberTable::writerNew(Vel::Name("a/b")), Kelp::OpenException);
   EXPECT_THROW(NumberTable::readerNew(table("absent")), Kelp::OpenException);
+  for (char const* bad : {"", ".hidden", "a..b", "..", "sp ace", "new\nline", "a*b"}) {
+    EXPECT_FALSE(Kelp::validTableName(bad)) << bad;
+    EXPECT_THROW(NumberTable::writerNew(Vel::Name(bad)), Kelp::OpenException) << bad;
+  }
+  EXPECT_FALSE(Kelp::validTableName(std::string(Kelp::maxTableNameBytes + 1, 'a')));
+  EXPECT_TRUE(Kelp::validTableName("noxsim-1.tunnel_Id.2"));
+}
+
+mode_t segmentMode(std::string const& table) {
+  struct stat st {};
+  EXPECT_EQ(::stat(("/dev/shm/" + table).c_str(), &st), 0) << table;
+  return st.st_mode & 07777;
+}
+
+// Nobody but the owner (and, when asked, its group) can map a table, and a name planted by
+// someone else is not written through.
+TEST_F(WriterSide, SegmentsAreOwnerOnlyAndPlantedNamesAreRefused) {
+  auto owned = NumberTable::writerNew(table("owned"));
+  EXPECT_EQ(segmentMode(table("owned")), 0600u);
+  Kelp::Options group;
+  group.groupReadable = true;
+  auto shared = NumberTable::writerNew(table("shared"), group);
+  EXPECT_EQ(segmentMode(table("shared")), 0640u);
+
+  int const fd = ::shm_open(("/" + table("planted")).c_str(), O_RDWR | O_CREAT | O_EXCL, 0666);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(::fchmod(fd, 0666), 0);
+  if (::geteuid() != 0 || ::fchown(fd, 65534, 65534) != 0) {
+    ::close(fd);
+    GTEST_SKIP() << "planting a name of another user needs root";
+  }
+  ::close(fd);
+  try {
+    NumberTable::writerNew(table("planted"));
+    ADD_FAILURE() << "a name of another user was taken";
+  } catch (Kelp::OpenException const& e) {
+    EXPECT_THAT(e.what(), ::testing::HasSubstr("belongs to another user"));
+  }
+}
+
+// A writer stopped by a signal runs no destructor; its handler removes the names instead.
+TEST_F(WriterSide, CreatedNamesCanBeRemovedFromASignalHandler) {
+  auto created = NumberTable::writerNew(table("created"));
+  ASSERT_EQ(Kelp::tableNames(prefix_).size(), 1u);
+  Kelp::unlinkCreatedSegments();
+  EXPECT_TRUE(Kelp::tableNames(prefix_).empty());
+  created->safeWrite(1, 2);  // the mapping lives on
+  EXPECT_EQ(created->lookup(1), 2u);
 }
 
 }  // namespace

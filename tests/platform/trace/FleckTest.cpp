@@ -288,6 +288,9 @@ TEST_F(FleckBuffer, FileThatIsNotAFleckBufferIsRefused) {
   EXPECT_EQ(missing.status, 1);
   EXPECT_EQ(missing.err, dir_.file("missing.flk") + ": No such file or directory\n");
   EXPECT_EQ(TraceTest::runProgram({NOX_FLECKCAT}).status, 2);
+  auto const help = TraceTest::runProgram({NOX_FLECKCAT, "--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_EQ(help.out.rfind("usage: fleckcat FILE\n", 0), 0u) << help.out;
 }
 
 TEST(FleckOpen, SizeBelowTheMinimumIsARangeError) {

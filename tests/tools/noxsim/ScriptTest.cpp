@@ -98,7 +98,23 @@ TEST(ScriptTest, FilesAreReadWholeAndStdinIsDash) {
   ASSERT_TRUE(script.addFile("-", in, error)) << error;
   EXPECT_EQ(script.fileName(script.steps()[0]), "-");
   EXPECT_FALSE(script.addFile("/nonexistent/x.nox", in, error));
-  EXPECT_EQ(error.rfind("/nonexistent/x.nox: cannot read: ", 0), 0u) << error;
+  EXPECT_EQ(error, "cannot read /nonexistent/x.nox: No such file or directory");
+  EXPECT_FALSE(script.addFile("/", in, error));
+  EXPECT_EQ(error, "cannot read /: Is a directory");
+}
+
+// A line past the limit stops the reading there, whether the text ends or not.
+TEST(ScriptTest, OverlongLinesAreRefusedWhereTheyStart) {
+  Script script;
+  std::string error;
+  std::string const longLine(Script::maxLineBytes + 1, 'x');
+  std::istringstream in("start filter\n" + longLine + "\nstart floodset\n");
+  EXPECT_FALSE(script.addFile("-", in, error));
+  EXPECT_EQ(error, "-:2: line longer than 65536 bytes");
+  std::istringstream fits("# " + std::string(Script::maxLineBytes - 2, 'x') + "\nstart filter\n");
+  EXPECT_TRUE(script.addFile("-", fits, error)) << error;
+  EXPECT_FALSE(script.addFile("/dev/zero", in, error));
+  EXPECT_EQ(error, "/dev/zero:1: line longer than 65536 bytes");
 }
 
 }  // namespace

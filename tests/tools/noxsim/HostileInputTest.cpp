@@ -1,0 +1,106 @@
+// noxsim facing what a careless or hostile user hands it: every refusal is a message and an exit
+// status, never an exception, a hang or a table left behind.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "platform/kelp/Table.h"
+#include "platform/kelp/TableList.h"
+#include "tools/noxsim/Runner.h"
+
+namespace Noxsim {
+namespace {
+
+using ::testing::HasSubstr;
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+Outcome run(std::string const& scenario, std::vector<char const*> options) {
+  std::vector<char const*> argv = {"noxsim"};
+  argv.insert(argv.end(), options.begin(), options.end());
+  argv.push_back("-");
+  std::istringstream in(scenario);
+  std::ostringstream out, err;
+  int const status = runMain(int(argv.size()), argv.data(), in, out, err);
+  return {status, out.str(), err.str()};
+}
+
+std::string uniquePrefix(char const* what) {
+  return std::string("noxsimtest") + std::to_string(getpid()) + what;
+}
+
+TEST(HostileInput, HelpGoesToStandardOutputAndBadOptionsAreRefused) {
+  Outcome const help = run("", {"--help"});
+  EXPECT_EQ(help.status, exitOk);
+  EXPECT_THAT(help.out, HasSubstr("usage: noxsim"));
+  EXPECT_EQ(help.err, "");
+  for (char const* prefix : {"", "a/b", "..", "x..y", ".hidden"}) {
+    Outcome const bad = run("", {"--shm", prefix});
+    EXPECT_EQ(bad.status, exitSyntax) << prefix;
+    EXPECT_THAT(bad.err, HasSubstr("--shm: bad prefix")) << prefix;
+  }
+  EXPECT_EQ(run("", {"--keep-shm"}).status, exitSyntax);
+  EXPECT_THAT(run("advance 10000000000\n", {}).err, HasSubstr("beyond the horizon"));
+  EXPECT_EQ(run("advance 1000000001\n", {}).status, exitSyntax);
+  EXPECT_EQ(run("advance 1000000000\n", {}).status, exitOk);
+
+  ::setenv("NOX_FLECK_SIZE", "-5", 1);
+  Outcome const size = run("", {});
+  ::unsetenv("NOX_FLECK_SIZE");
+  EXPECT_EQ(size.status, exitSyntax);
+  EXPECT_THAT(size.err, HasSubstr("NOX_FLECK_SIZE: '-5'"));
+}
+
+TEST(HostileInput, TablesThatCannotBePublishedStopTheRunWithAMessage) {
+  std::string const prefix = uniquePrefix("taken");
+  auto holder = Kelp::Table<std::uint64_t, std::uint64_t>::writerNew(
+      Kelp::tableName(prefix, "tunnelIdToHwTunnelId"));
+  Outcome const second = run("start\n", {"--shm", prefix.c_str()});
+  EXPECT_EQ(second.status, exitFailed);
+  EXPECT_THAT(second.err, HasSubstr("noxsim: Kelp table " + prefix));
+  EXPECT_THAT(second.err, HasSubstr("live writer"));
+}
+
+// Runs a published scenario in a child until its tables exist, stops it with SIGTERM, and
+// returns the names left under the prefix.
+std::vector<std::string> namesLeftAfterSigterm(std::string const& prefix, bool keep) {
+  pid_t const child = fork();
+  if (child == 0) {
+    std::vector<char const*> options = {"--shm", prefix.c_str()};
+    if (keep) options.push_back("--keep-shm");
+    run("advance 30\n", options);
+    _exit(0);
+  }
+  auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (Kelp::tableNames(prefix).empty() && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  ::kill(child, SIGTERM);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+  auto names = Kelp::tableNames(prefix);
+  for (auto const& name : names) Kelp::unlinkTable(name);
+  return names;
+}
+
+TEST(HostileInput, SigtermRemovesPublishedTablesUnlessAskedToKeepThem) {
+  EXPECT_THAT(namesLeftAfterSigterm(uniquePrefix("gone"), false), ::testing::IsEmpty());
+  EXPECT_THAT(namesLeftAfterSigterm(uniquePrefix("kept"), true), ::testing::Not(::testing::IsEmpty()));
+}
+
+}  // namespace
+}  // namespace Noxsim
