@@ -80,9 +80,10 @@ Gantry::MplsLabel Args::label(std::size_t i) {
 }
 
 L2Rib::Dest Args::dest(std::size_t i) {
-  return check(
-      parseDest(word(i)), word(i), "destination",
-      "intf/ID/INTF, vxlan/ID/IPADDR, mpls/ID/TunnelN/LABEL, tunnel/ID/TunnelN or none/ID");
+  std::string why;
+  if (auto const dest = L2Rib::Dest::fromString(word(i), &why)) return *dest;
+  fail(cat("bad destination '", word(i), "': ", why));
+  return L2Rib::Dest();
 }
 
 ConfigText Args::config(std::size_t i) {

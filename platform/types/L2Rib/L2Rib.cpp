@@ -99,38 +99,52 @@ Dest Dest::withType(DestId id, DestType type) {
   return d;
 }
 
-std::optional<Dest> Dest::fromString(std::string_view text) {
+std::optional<Dest> Dest::fromString(std::string_view text, std::string* why) {
+  auto const refuse = [why](std::string reason) -> std::optional<Dest> {
+    if (why) *why = std::move(reason);
+    return std::nullopt;
+  };
+  auto const quoted = [](std::string_view part) {
+    std::string q(1, '\'');
+    q.append(part);
+    q += '\'';
+    return q;
+  };
   auto parts = splitSlash(text, 4);
-  if (parts.size() < 2) return std::nullopt;
-  auto id = parseNumber(parts[1]);
-  if (!id) return std::nullopt;
-  DestId const destId(*id);
   std::string_view const kind = parts[0];
-  if (kind == "none" && parts.size() == 2) return noData(destId);
-  if (parts.size() < 3) return std::nullopt;
-  if (kind == "intf" && parts.size() == 3) {
+  std::size_t const want = kind == "none" ? 2 : kind == "mpls" ? 4 : kind == "vxlan" ? 0 : 3;
+  if (kind != "none" && kind != "intf" && kind != "vxlan" && kind != "mpls" && kind != "tunnel") {
+    return refuse("unknown kind " + quoted(kind) + " (intf, vxlan, mpls, tunnel or none)");
+  }
+  if (parts.size() < 2 || (want != 0 && parts.size() != want) || (want == 0 && parts.size() < 3)) {
+    return refuse(kind == "none"     ? "want none/ID"
+                  : kind == "intf"   ? "want intf/ID/INTF"
+                  : kind == "vxlan"  ? "want vxlan/ID/IPADDR"
+                  : kind == "mpls"   ? "want mpls/ID/TunnelN/LABEL"
+                                     : "want tunnel/ID/TunnelN");
+  }
+  auto id = parseNumber(parts[1]);
+  if (!id) return refuse("bad id " + quoted(parts[1]) + " (a 64-bit decimal number)");
+  DestId const destId(*id);
+  if (kind == "none") return noData(destId);
+  if (kind == "intf") {
     auto intf = Gantry::IntfId::fromName(parts[2]);
-    if (!intf || intf->empty()) return std::nullopt;
+    if (!intf || intf->empty()) return refuse("bad interface " + quoted(parts[2]));
     return Dest::intf(destId, *intf);
-  }
-  if (kind == "tunnel" && parts.size() == 3) {
-    auto t = parseTunnelIntf(parts[2]);
-    if (!t) return std::nullopt;
-    return tunnel(destId, *t);
-  }
-  if (kind == "mpls" && parts.size() == 4) {
-    auto t = parseTunnelIntf(parts[2]);
-    auto label = parseLabel(parts[3]);
-    if (!t || !label) return std::nullopt;
-    return mpls(destId, *t, *label);
   }
   if (kind == "vxlan") {
     // An IPv6 address has no slash, so the rest of the text after the id is the address.
-    auto addr = Gantry::IpGenAddr::fromString(text.substr(text.find('/', 6) + 1));
-    if (!addr) return std::nullopt;
+    std::string_view const rest = text.substr(text.find('/', 6) + 1);
+    auto addr = Gantry::IpGenAddr::fromString(rest);
+    if (!addr) return refuse("bad IP address " + quoted(rest));
     return vxlan(destId, *addr);
   }
-  return std::nullopt;
+  auto t = parseTunnelIntf(parts[2]);
+  if (!t) return refuse(quoted(parts[2]) + " is not a tunnel interface (TunnelN)");
+  if (kind == "tunnel") return tunnel(destId, *t);
+  auto label = parseLabel(parts[3]);
+  if (!label) return refuse("bad label " + quoted(parts[3]) + " (0-1048575 or none)");
+  return mpls(destId, *t, *label);
 }
 
 bool Dest::operator==(Dest const& other) const {

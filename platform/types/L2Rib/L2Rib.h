@@ -91,7 +91,9 @@ class Dest {
 
   // The text form back: intf/ID/INTF, vxlan/ID/IPADDR, mpls/ID/TunnelN/LABEL, tunnel/ID/TunnelN,
   // none/ID (LABEL a number or `none`). Empty on anything else.
-  static std::optional<Dest> fromString(std::string_view text);
+  // The destination written as its text form; nothing for other text, with the part that is
+  // wrong in *why when given.
+  static std::optional<Dest> fromString(std::string_view text, std::string* why = nullptr);
 
   DestId destId() const { return destId_; }
   DestType destType() const { return destType_; }

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "platform/types/L2Rib/L2Rib.h"
 #include "platform/vel/Hash.h"
 
@@ -23,11 +25,25 @@ TEST(Dest, TextFormRoundTripsForEveryType) {
   EXPECT_EQ(parse("mpls/1/Tunnel05/3").stringValue(), "mpls/1/Tunnel5/imp-null(3)");
 }
 
-TEST(Dest, MalformedTextIsRefused) {
-  for (char const* bad : {"mpls/1/Ethernet5/1000", "mpls/1/Tunnel5", "mpls/x/Tunnel5/1",
-                          "mpls/1/Tunnel5/1048576", "tunnel/1/Ethernet1", "intf/1",
-                          "vxlan/1/10.0.0", "none", "none/1/x", "bogus/1/Ethernet1", ""}) {
-    EXPECT_FALSE(Dest::fromString(bad)) << bad;
+// A refusal names the part that is wrong, so a user can mend a scenario line at once.
+TEST(Dest, MalformedTextIsRefusedNamingTheWrongPart) {
+  std::vector<std::pair<char const*, char const*>> const cases{
+      {"mpls/1/Ethernet5/1000", "'Ethernet5' is not a tunnel interface (TunnelN)"},
+      {"mpls/1/Tunnel5", "want mpls/ID/TunnelN/LABEL"},
+      {"mpls/x/Tunnel5/1", "bad id 'x' (a 64-bit decimal number)"},
+      {"mpls/1/Tunnel5/1048576", "bad label '1048576' (0-1048575 or none)"},
+      {"tunnel/1/Ethernet1", "'Ethernet1' is not a tunnel interface (TunnelN)"},
+      {"intf/1", "want intf/ID/INTF"},
+      {"intf/1/Ethernetx", "bad interface 'Ethernetx'"},
+      {"vxlan/1/10.0.0", "bad IP address '10.0.0'"},
+      {"none", "want none/ID"},
+      {"none/1/x", "want none/ID"},
+      {"bogus/1/Ethernet1", "unknown kind 'bogus' (intf, vxlan, mpls, tunnel or none)"},
+      {"", "unknown kind ''"}};
+  for (auto const& [bad, reason] : cases) {
+    std::string why;
+    EXPECT_FALSE(Dest::fromString(bad, &why)) << bad;
+    EXPECT_EQ(why.rfind(reason, 0), 0u) << bad << ": " << why;
   }
 }
 
