@@ -181,18 +181,21 @@ Segment::~Segment() { close(); }
 Segment Segment::claim(std::string const& table, bool* replacedStale, mode_t mode) {
   std::string const path = segmentPath(table);
   *replacedStale = false;
+  // The name is remembered as soon as it is ours, so that a signal handler can remove it.
   int fd = ::shm_open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-  if (fd < 0 && errno == EEXIST) {
+  bool const created = fd >= 0;
+  if (created) rememberCreatedName(path);
+  if (!created && errno == EEXIST) {
     fd = ::shm_open(path.c_str(), O_RDWR | O_CLOEXEC, 0);
     if (fd >= 0) checkOwnSegment(table, fd, mode);
   }
   if (fd < 0) throw OpenException(table, systemError("shm_open"));
   lockOrRefuse(table, fd);
+  if (!created) rememberCreatedName(path);
   struct stat st {};
   if (::fstat(fd, &st) == 0 && st.st_size == 0) {
     Segment s(table, fd, Access::writer);
     s.writable_ = true;
-    rememberCreatedName(path);
     return s;
   }
   // A segment nobody holds the lock of was left by a dead writer. Readers may still map it, so
@@ -203,6 +206,7 @@ Segment Segment::claim(std::string const& table, bool* replacedStale, mode_t mod
   forgetLockedFd(fd);
   ::close(fd);
   fd = ::shm_open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+  if (fd < 0) forgetCreatedName(path);
   if (fd < 0 && errno == EEXIST) {
     throw OpenException(table, "refused: another writer claimed the table first");
   }
@@ -210,7 +214,6 @@ Segment Segment::claim(std::string const& table, bool* replacedStale, mode_t mod
   lockOrRefuse(table, fd);
   Segment s(table, fd, Access::writer);
   s.writable_ = true;
-  rememberCreatedName(path);
   return s;
 }
 

@@ -85,7 +85,12 @@ std::vector<std::string> namesLeftAfterSigterm(std::string const& prefix, bool k
     _exit(0);
   }
   auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (Kelp::tableNames(prefix).empty() && std::chrono::steady_clock::now() < deadline) {
+  // Until the table is whole: its name shows a moment before the run holds it.
+  auto const published = [&prefix] {
+    auto const names = Kelp::tableNames(prefix);
+    return !names.empty() && Kelp::inspectTable(names.front()).error.empty();
+  };
+  while (!published() && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   ::kill(child, SIGTERM);
