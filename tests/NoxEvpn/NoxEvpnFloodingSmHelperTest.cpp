@@ -5,8 +5,6 @@
 #include <vector>
 
 #include "NoxEvpn/NoxEvpnFloodingSmHelper.h"
-#include "platform/types/Evpn/Evpn.h"
-#include "platform/vel/Exception.h"
 
 namespace {
 
@@ -128,14 +126,6 @@ TEST(FloodingInputsTest, PortChannelMembershipIsASetAndIsLagLooksAtTheIdAlone) {
 
   EXPECT_TRUE(Nox::isLag(IntfId("Port-Channel7")));
   EXPECT_FALSE(Nox::isLag(IntfId("Ethernet3")));
-}
-
-TEST(FloodingInputsTest, TepTunnelIdIsCheckedAgainstTheTunnelIdRange) {
-  EXPECT_EQ(Evpn::tepTunnelId(IntfId("Tunnel281474976710655")).value(), 281474976710655ull);
-  EXPECT_THROW(Evpn::tepTunnelId(IntfId("Tunnel281474976710656")), Vel::RangeException);
-  Evpn::EncapTypeLabel const vxlan(Evpn::EncapType::vxlan, Gantry::MplsLabel(3000));
-  EXPECT_EQ(valueToStrep(vxlan),
-            "Value('Evpn::EncapTypeLabel', ** {'encapType': vxlan, 'label': 3000})");
 }
 
 }  // namespace
