@@ -2,6 +2,8 @@
 
 #include "tools/noxsim/World.h"
 
+#include "tools/noxsim/FloodingHelper.h"
+
 namespace Noxsim {
 
 World::World()
@@ -12,6 +14,9 @@ World::World()
       hwInfo(Nox::hwInfoMappingFactory()),
       hwConfig(Nox::evpnVlanFloodSetHwConfigFactory()),
       hwStatus(Nox::evpnVlanFloodSetHwStatusFactory()),
-      tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")) {}
+      tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")),
+      evpnStatus(Evpn::evpnStatusFactory()),
+      ncsd(Nox::noxCommonSmDataFactory("ncsd")),
+      floodingHelper(new LoggingFloodingHelper(&calls)) {}
 
 }  // namespace Noxsim

@@ -9,9 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "NoxEvpn/NoxCommon.h"
+#include "NoxEvpn/NoxEvpnFloodingSmHelper.h"
 #include "NoxEvpn/NoxEvpnVlanFloodSet.h"
 #include "platform/cog/Clock.h"
 #include "platform/cog/TaskScheduler.h"
+#include "platform/types/Evpn/Evpn.h"
 #include "platform/types/L2Rib/L2Rib.h"
 
 namespace Noxsim {
@@ -34,6 +37,11 @@ struct World {
   Vel::Ptr<Nox::EvpnVlanFloodSetHwStatus> hwStatus;
   // Tunnel id -> hardware tunnel id (written by esi); published in shared memory with --shm.
   Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnels;
+  // EVPN status and the agent's common data (port-channel members), inputs of esi and dot1q.
+  Vel::Ptr<Evpn::EvpnStatus> evpnStatus;
+  Vel::Ptr<Nox::NoxCommonSmData> ncsd;
+  // The flooding helper stub esi and dot1q share; it logs its calls to `calls`.
+  Vel::Ptr<NoxHelper::EvpnFloodingSmHelperStub> floodingHelper;
 
   // Hardware-helper calls since the log was last shown, one line each in call order.
   std::vector<std::string> calls;

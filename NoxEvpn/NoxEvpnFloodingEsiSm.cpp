@@ -1,0 +1,520 @@
+// Nox::EvpnFloodingEsiSm: ethernet segments, designated forwarders, ESI labels and port-channel
+// membership in; hardware tunnel ids published and ESI data programmed per physical port.
+//
+// An interface/VLAN pair walks up and down one ladder: mapped (it has a designated-forwarder
+// tep), tunnel chosen (the tep's tunnel, published with a hardware id or waiting for one),
+// label known (the tep advertised an MPLS ESI label), programmed on each physical port or
+// waiting. processIntfVlan decides the whole ladder for one pair from the inputs, so every
+// handler and the review only say which pairs to look at again.
+
+#include "NoxEvpn/NoxEvpnFloodingEsiSm.h"
+
+#include <vector>
+
+#include "platform/trace/Trace.h"
+
+namespace Nox {
+
+namespace {
+constexpr char const* velSourceFile = "src-includes/NoxEvpn/NoxEvpnFloodingEsiSm";
+}  // namespace
+NOX_TRACE_FACILITY("NoxEvpn");
+
+using Bridging::VlanId;
+using Gantry::IntfId;
+using Gantry::MplsLabel;
+
+namespace {
+
+// The keys of a collection, copied so that the walk over them may change the collection.
+template <class Coll>
+std::vector<typename Coll::Key> keysOf(Coll const& coll) {
+  std::vector<typename Coll::Key> keys;
+  keys.reserve(coll.count());
+  for (auto [key, value] : coll) keys.push_back(key);
+  return keys;
+}
+
+}  // namespace
+
+// Construction.
+
+EvpnFloodingEsiSm::EvpnFloodingEsiSm(
+    Vel::Ptr<NoxHelper::EvpnFloodingSmHelper> const& floodingHelper,
+    Vel::Ptr<Cog::TaskScheduler> const& scheduler, Vel::Ptr<NoxCommonSmData const> const& ncsd,
+    Vel::Ptr<Evpn::EvpnStatus const> const& evpnStatus,
+    Vel::Ptr<TunnelIdToHwTunnelIdMapping> const& tunnelIdHwTunnelId)
+    : floodingHelper_(floodingHelper),
+      scheduler_(scheduler),
+      ncsd_(ncsd),
+      evpnStatus_(evpnStatus),
+      tunnelIdHwTunnelId_(tunnelIdHwTunnelId) {
+  if (ncsd_) velNcsd_ = std::make_unique<VelNcsd>(ncsd_, this);
+  if (evpnStatus_) velEvpnStatus_ = std::make_unique<VelEvpnStatus>(evpnStatus_, this);
+  handleInitialized();
+}
+
+Vel::Ptr<EvpnFloodingEsiSm> EvpnFloodingEsiSm::EvpnFloodingEsiSmIs(
+    Vel::Ptr<NoxHelper::EvpnFloodingSmHelper> const& floodingHelper,
+    Vel::Ptr<Cog::TaskScheduler> const& scheduler, Vel::Ptr<NoxCommonSmData const> const& ncsd,
+    Vel::Ptr<Evpn::EvpnStatus const> const& evpnStatus,
+    Vel::Ptr<TunnelIdToHwTunnelIdMapping> const& tunnelIdHwTunnelId) {
+  return Vel::Ptr<EvpnFloodingEsiSm>(
+      new EvpnFloodingEsiSm(floodingHelper, scheduler, ncsd, evpnStatus, tunnelIdHwTunnelId));
+}
+
+Vel::Ptr<EvpnFloodingEsiSm> evpnFloodingEsiSmFactory(
+    Vel::Ptr<NoxHelper::EvpnFloodingSmHelper> const& floodingHelper,
+    Vel::Ptr<Cog::TaskScheduler> const& scheduler, Vel::Ptr<NoxCommonSmData const> const& ncsd,
+    Vel::Ptr<Evpn::EvpnStatus const> const& evpnStatus,
+    Vel::Ptr<TunnelIdToHwTunnelIdMapping> const& tunnelIdHwTunnelId) {
+  return EvpnFloodingEsiSm::EvpnFloodingEsiSmIs(floodingHelper, scheduler, ncsd, evpnStatus,
+                                                tunnelIdHwTunnelId);
+}
+
+EvpnFloodingEsiSm::~EvpnFloodingEsiSm() {
+  if (reviewUnprogrammed_) {
+    reviewUnprogrammed_->unscheduleTask();
+    reviewUnprogrammed_->notifieeIs(nullptr);
+  }
+  segmentStatusDelAll();
+}
+
+EvpnFloodingEsiSm::VelEvpnStatus::VelEvpnStatus(Vel::Ptr<Evpn::EvpnStatus const> const& status,
+                                                EvpnFloodingEsiSm* sm)
+    : NotifieeConst(status), sm_(sm) {
+  for (auto [intf, segment] : status->segmentStatusColl()) sm_->segmentStatusIs(segment);
+}
+
+// Initialization. Hardware tunnel ids do not survive a restart: the table is emptied and every
+// tunnel in use gets a fresh id in the walk. Readers see the table not ready until the walk has
+// published it again.
+
+void EvpnFloodingEsiSm::handleInitialized() {
+  NOX_TRACE_ENTRY("handleInitialized");
+  VEL_ASSERT(floodingHelper());
+  VEL_ASSERT(scheduler());
+  VEL_ASSERT(evpnStatus());
+  VEL_ASSERT(tunnelIdHwTunnelId());
+  VEL_ASSERT(ncsd());
+  reviewUnprogrammed_ = Vel::Ptr<Cog::TimerTask>(
+      new Cog::TimerTask(scheduler_, reviewPriority, "reviewUnprogrammed"));
+  reviewUnprogrammed_->notifieeIs(&velReviewUnprogrammed_);
+  tunnelIdHwTunnelId_->tunnelIdToHwTunnelIdReadyIs(false);
+  tunnelIdHwTunnelId_->tunnelIdToHwTunnelIdDelAll();
+  initialized_ = true;
+  std::vector<IntfVlanKey> pairs;
+  for (auto [intf, segment] : evpnStatus_->segmentStatusColl()) {
+    for (auto [vlan, tep] : segment->designatedForwarderTepColl()) pairs.emplace_back(intf, vlan);
+  }
+  for (IntfVlanKey const& pair : pairs) addIntfVlanMapping(pair.intfId(), pair.vlanId());
+  tunnelIdHwTunnelId_->tunnelIdToHwTunnelIdReadyIs(true);
+}
+
+// Segment handlers. A departed segment is still held by its reactor while its handler runs.
+
+void EvpnFloodingEsiSm::VelEvpnStatus::onSegmentStatus(IntfId const& intf) {
+  Vel::Ptr<Evpn::EthernetSegmentStatus const> member = notifier()->segmentStatus(intf);
+  Vel::followMember(
+      member != nullptr, [&] { sm_->segmentStatusIs(member); },
+      [&] {
+        if (VelSegmentStatus* reactor = sm_->segmentStatus(intf)) reactor->handleSegmentStatus();
+      },
+      [&] { sm_->segmentStatusDel(intf); });
+}
+
+void EvpnFloodingEsiSm::VelSegmentStatus::handleSegmentStatus() {
+  IntfId const intf = key();
+  NOX_TRACE_ENTRY("handleSegmentStatus intf {}", intf);
+  if (!sm_->initialized()) return;
+  if (!sm_->evpnStatus()->segmentStatusIsMemberOf(intf)) {
+    if (auto vlans = sm_->intfVlanSet(intf)) {
+      for (VlanId vlan : keysOf(vlans->vlanIdColl())) sm_->deleteIntfVlanMapping(intf, vlan);
+    }
+    return;
+  }
+  for (VlanId vlan : keysOf(notifier()->designatedForwarderTepColl())) {
+    sm_->addIntfVlanMapping(intf, vlan);
+  }
+}
+
+void EvpnFloodingEsiSm::VelSegmentStatus::handleDFTep(VlanId vlan) {
+  IntfId const intf = key();
+  NOX_TRACE_ENTRY("handleDFTep intf {} vlan {}", intf, vlan);
+  if (!sm_->initialized()) return;
+  if (notifier()->designatedForwarderTepIsMemberOf(vlan)) {
+    sm_->addIntfVlanMapping(intf, vlan);
+  } else {
+    sm_->deleteIntfVlanMapping(intf, vlan);
+  }
+}
+
+// Only the VLANs whose designated forwarder sits behind the advertising tep use its label.
+void EvpnFloodingEsiSm::VelSegmentStatus::handleLabel(IntfId const& tepIntf) {
+  IntfId const intf = key();
+  TunnelId const tunnelId = Evpn::tepTunnelId(tepIntf);
+  NOX_TRACE_ENTRY("handleLabel intf {} tunnel {}", intf, tunnelId);
+  if (!sm_->initialized()) return;
+  auto const vlans = sm_->intfTunnelVlanSet(IntfTunnelKey(intf, tunnelId));
+  if (!vlans) return;
+  for (VlanId vlan : keysOf(vlans->vlanIdColl())) sm_->processIntfVlan(intf, vlan);
+}
+
+void EvpnFloodingEsiSm::VelNcsd::onLagToPort(IntfId const& lag) { sm_->handleLagPort(lag); }
+
+void EvpnFloodingEsiSm::handleLagPort(IntfId const& intf) {
+  NOX_TRACE_ENTRY("handleLagPort intf {}", intf);
+  if (!initialized()) return;
+  auto const vlans = intfVlanSet(intf);
+  if (!vlans) return;
+  for (VlanId vlan : keysOf(vlans->vlanIdColl())) processIntfVlan(intf, vlan);
+}
+
+// Pairs.
+
+void EvpnFloodingEsiSm::addIntfVlanMapping(IntfId const& intf, VlanId vlan) {
+  NOX_TRACE_ENTRY("addIntfVlanMapping intf {} vlan {}", intf, vlan);
+  VEL_ASSERT(initialized());
+  intfVlanSetIs(intf)->vlanIdIs(vlan, true);
+  vlanIntfSetIs(vlan)->intfIdIs(intf, true);
+  processIntfVlan(intf, vlan);
+}
+
+void EvpnFloodingEsiSm::deleteIntfVlanMapping(IntfId const& intf, VlanId vlan) {
+  NOX_TRACE_ENTRY("deleteIntfVlanMapping intf {} vlan {}", intf, vlan);
+  VEL_ASSERT(initialized());
+  if (auto vlans = intfVlanSet(intf)) {
+    vlans->vlanIdDel(vlan);
+    if (vlans->vlanIds() == 0) intfVlanSetDel(intf);
+  }
+  if (auto intfs = vlanIntfSet(vlan)) {
+    intfs->intfIdDel(intf);
+    if (intfs->intfIds() == 0) vlanIntfSetDel(vlan);
+  }
+  processIntfVlan(intf, vlan);
+}
+
+void EvpnFloodingEsiSm::processIntfVlan(IntfId const& intf, VlanId vlan) {
+  NOX_TRACE_ENTRY("processIntfVlan intf {} vlan {}", intf, vlan);
+  VEL_ASSERT(initialized());
+  auto const* segment = evpnStatus_->segmentStatusColl().find(intf);
+  if (!segment) {
+    NOX_TRACE_CHANGE("no segment status");
+    deleteIntfVlanTunnelMapping(intf, vlan);
+    return;
+  }
+  IntfId const* tepFound = segment->designatedForwarderTepColl().find(vlan);
+  if (!tepFound) {
+    NOX_TRACE_CHANGE("no designated forwarder tep");
+    deleteIntfVlanTunnelMapping(intf, vlan);
+    return;
+  }
+  IntfId const tep = *tepFound;
+  TunnelId const tunnelId = Evpn::tepTunnelId(tep);
+  addOrUpdateIntfVlanTunnelMapping(intf, vlan, tunnelId);
+
+  // Publishing notified the table's readers: look the segment up again.
+  segment = evpnStatus_->segmentStatusColl().find(intf);
+  Evpn::EncapTypeLabel const* label = segment ? segment->remoteEsiLabelColl().find(tep) : nullptr;
+  if (!label) {
+    NOX_TRACE_CHANGE("no esi label");
+    deleteIntfVlanTunnelLabelMapping(intf, vlan, tunnelId);
+    return;
+  }
+  if (!label->isMpls()) {
+    NOX_TRACE_CHANGE("incorrect encap type {}", *label);
+    deleteIntfVlanTunnelLabelMapping(intf, vlan, tunnelId);
+    return;
+  }
+  addOrUpdateIntfVlanTunnelLabelMapping(intf, vlan, tunnelId, label->mplsLabel());
+}
+
+// Tunnels of pairs.
+
+void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping(IntfId const& intf, VlanId vlan,
+                                                         TunnelId const& tunnelId) {
+  NOX_TRACE_ENTRY("addOrUpdateIntfVlanTunnelMapping intf {} vlan {} tunnel {}", intf, vlan,
+                  tunnelId);
+  VEL_ASSERT(initialized());
+  IntfVlanKey const key(intf, vlan);
+  TunnelId const* existing = intfVlanTunnelColl().find(key);
+  if (existing && *existing != tunnelId) deleteIntfVlanTunnelMapping(intf, vlan);
+  intfVlanTunnelIs(key, tunnelId);
+  tunnelIntfVlanSetIs(tunnelId)->intfVlanIs(key, true);
+  intfTunnelVlanSetIs(IntfTunnelKey(intf, tunnelId))->vlanIdIs(vlan, true);
+  publishTunnel(tunnelId);
+}
+
+void EvpnFloodingEsiSm::deleteIntfVlanTunnelMapping(IntfId const& intf, VlanId vlan) {
+  NOX_TRACE_ENTRY("deleteIntfVlanTunnelMapping intf {} vlan {}", intf, vlan);
+  VEL_ASSERT(initialized());
+  IntfVlanKey const key(intf, vlan);
+  TunnelId const* found = intfVlanTunnelColl().find(key);
+  if (!found) return;
+  TunnelId const tunnel = *found;
+  intfVlanTunnelDel(key);
+
+  IntfTunnelKey const intfTunnel(intf, tunnel);
+  auto const itvs = intfTunnelVlanSet(intfTunnel);
+  VEL_ASSERT(itvs);
+  itvs->vlanIdDel(vlan);
+  if (itvs->vlanIds() == 0) intfTunnelVlanSetDel(intfTunnel);
+
+  auto const tivs = tunnelIntfVlanSet(tunnel);
+  VEL_ASSERT(tivs);
+  tivs->intfVlanDel(key);
+  if (tivs->intfVlans() == 0) {
+    tunnelIntfVlanSetDel(tunnel);
+    unpublishTunnel(tunnel);
+  }
+  deleteIntfVlanTunnelLabelMapping(intf, vlan, tunnel);
+}
+
+// Labels of pairs.
+
+void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelLabelMapping(IntfId const& intf, VlanId vlan,
+                                                              TunnelId const& tunnelId,
+                                                              MplsLabel label) {
+  NOX_TRACE_ENTRY("addOrUpdateIntfVlanTunnelLabelMapping intf {} vlan {} tunnel {} label {}", intf,
+                  vlan, tunnelId, label);
+  VEL_ASSERT(initialized());
+  IntfVlanTunnelKey const key(intf, vlan, tunnelId);
+  MplsLabel const* recorded = intfVlanTunnelLabelColl().find(key);
+  if (recorded && *recorded != label) deleteIntfVlanTunnelLabelMapping(intf, vlan, tunnelId);
+  intfVlanTunnelLabelIs(key, label);
+  // An unchanged label still goes through: the per-port check makes it a no-op, and a port
+  // that joined since is programmed.
+  programEsi(intf, vlan, label);
+}
+
+void EvpnFloodingEsiSm::deleteIntfVlanTunnelLabelMapping(IntfId const& intf, VlanId vlan,
+                                                         TunnelId const& tunnelId) {
+  NOX_TRACE_ENTRY("deleteIntfVlanTunnelLabelMapping intf {} vlan {} tunnel {}", intf, vlan,
+                  tunnelId);
+  VEL_ASSERT(initialized());
+  if (!intfVlanTunnelLabelDel(IntfVlanTunnelKey(intf, vlan, tunnelId))) return;
+  unprogramEsi(intf, vlan);
+}
+
+// ESI data per physical port.
+
+void EvpnFloodingEsiSm::programEsi(IntfId const& intf, VlanId vlan, MplsLabel label) {
+  NOX_TRACE_ENTRY("programEsi intf {} vlan {} label {}", intf, vlan, label);
+  VEL_ASSERT(initialized());
+  if (!isLag(intf)) {
+    programEsiHelper(intf, intf, vlan, label);
+    return;
+  }
+  NoxPortList const* members = ncsd_->lagToPortColl().find(intf);
+  if (!members) {
+    NOX_TRACE_CHANGE("no lag configuration");
+    unprogramEsi(intf, vlan);
+    return;
+  }
+  if (members->ports() == 0) {
+    NOX_TRACE_CHANGE("no lag members");
+    unprogramEsi(intf, vlan);
+    return;
+  }
+  // A copy: the helper calls below may notify.
+  NoxPortList const ports = *members;
+  IntfVlanKey const key(intf, vlan);
+  unprogrammedEsiDel(key);
+  if (auto const status = esiStatus(key)) {
+    std::vector<IntfId> stale;
+    for (auto [port, flag] : status->programmedColl()) {
+      if (!ports.portIsMemberOf(port)) stale.push_back(port);
+    }
+    for (auto [port, flag] : status->unprogrammedColl()) {
+      if (!ports.portIsMemberOf(port)) stale.push_back(port);
+    }
+    for (IntfId const& port : stale) {
+      NOX_TRACE_CHANGE("stale lag member, delete");
+      unprogramEsiHelper(intf, port, vlan);
+    }
+  }
+  for (IntfId const& port : ports.portColl()) programEsiHelper(intf, port, vlan, label);
+}
+
+void EvpnFloodingEsiSm::programEsiHelper(IntfId const& logIntfId, IntfId const& phyIntfId,
+                                         VlanId vlan, MplsLabel label) {
+  NOX_TRACE_ENTRY("programEsiHelper logical intf {} phy intf {} vlan {} label {}", logIntfId,
+                  phyIntfId, vlan, label);
+  VEL_ASSERT(initialized());
+  IntfVlanKey const key(logIntfId, vlan);
+  VEL_ASSERT(intfVlanTunnelIteratorConst().isMemberOf( key ));
+  TunnelId const tunnel = intfVlanTunnel(key);
+  std::optional<HwTunnelId> const hwTunnelId = publishedHwTunnelId(tunnel);
+  if (!hwTunnelId) {
+    // The tunnel waits in unprogrammedTunnel; the review comes back to this pair through it.
+    NOX_TRACE_CHANGE("hw tunnel id not published");
+    return;
+  }
+  IntfVlanTunnelKey const labelKey(logIntfId, vlan, tunnel);
+  VEL_ASSERT(intfVlanTunnelLabelColl().isMemberOf( labelKey ));
+  auto status = esiStatusIs(key);
+  if (status->programmed(phyIntfId)) {
+    NOX_TRACE_CHANGE("already programmed");
+    return;
+  }
+  status->unprogrammedDel(phyIntfId);
+  if (status->unprogrammeds() == 0) unprogrammedEsiDel(key);
+
+  HwProgrammingStatus const rc =
+      floodingHelper_->createEsiData(phyIntfId, vlan, tunnel, *hwTunnelId, label);
+  status = esiStatusIs(key);
+  switch (rc) {
+    case programmed:
+      NOX_TRACE_CHANGE("programmed esi");
+      status->programmedIs(phyIntfId, true);
+      return;
+    case notProgrammed:
+      NOX_TRACE_CHANGE("failed to program esi");
+      unprogrammedEsiIs(key, true);
+      status->unprogrammedIs(phyIntfId, true);
+      maybeScheduleUnprogrammedReview(false);
+      return;
+    case invalidHwId:
+      // The hardware id came from the helper itself: retrying cannot mend it.
+      NOX_TRACE_CHANGE("invalid hwId, failed to program");
+      VEL_ASSERT(rc != invalidHwId);
+      return;
+  }
+}
+
+void EvpnFloodingEsiSm::unprogramEsi(IntfId const& intf, VlanId vlan) {
+  NOX_TRACE_ENTRY("unprogramEsi intf {} vlan {}", intf, vlan);
+  VEL_ASSERT(initialized());
+  IntfVlanKey const key(intf, vlan);
+  unprogrammedEsiDel(key);
+  auto const status = esiStatus(key);
+  if (!status) {
+    NOX_TRACE_CHANGE("not programmed");
+    return;
+  }
+  for (IntfId const& port : keysOf(status->programmedColl())) {
+    unprogramEsiHelper(intf, port, vlan);
+  }
+  // The hardware just freed may let the waiting pairs through.
+  if (unprogrammedEsis() > 0) maybeScheduleUnprogrammedReview(true);
+  esiStatusDel(key);
+}
+
+void EvpnFloodingEsiSm::unprogramEsiHelper(IntfId const& logIntfId, IntfId const& phyIntfId,
+                                           VlanId vlan) {
+  NOX_TRACE_ENTRY("unprogramEsiHelper logical intf {} phy intf {} vlan {}", logIntfId, phyIntfId,
+                  vlan);
+  VEL_ASSERT(initialized());
+  auto const status = esiStatus(IntfVlanKey(logIntfId, vlan));
+  if (status) status->unprogrammedDel(phyIntfId);
+  if (!status || !status->programmedDel(phyIntfId)) {
+    NOX_TRACE_CHANGE("not programmed");
+    return;
+  }
+  floodingHelper_->deleteEsiData(phyIntfId, vlan);
+}
+
+// Hardware tunnel ids.
+
+std::optional<HwTunnelId> EvpnFloodingEsiSm::publishedHwTunnelId(TunnelId const& tunnelId) const {
+  std::optional<TunnelIdToHwTunnelId> const entry =
+      tunnelIdHwTunnelId_->tunnelIdToHwTunnelIdColl().table().find(tunnelId);
+  if (!entry) return std::nullopt;
+  return entry->hwTunnelId();
+}
+
+void EvpnFloodingEsiSm::publishTunnel(TunnelId const& tunnelId) {
+  NOX_TRACE_ENTRY("publishTunnel tunnel {}", tunnelId);
+  VEL_ASSERT(initialized());
+  if (publishedHwTunnelId(tunnelId)) {
+    NOX_TRACE_CHANGE("already programmed");
+    return;
+  }
+  HwTunnelId const hwId = floodingHelper_->getHwTunnelId();
+  if (hwId == HwTunnelId()) {
+    NOX_TRACE_CHANGE("failed to program tunnel");
+    unprogrammedTunnelIs(tunnelId, true);
+    maybeScheduleUnprogrammedReview(false);
+    return;
+  }
+  NOX_TRACE_CHANGE("tunnel programmed with hw tunnel id {}", hwId);
+  tunnelIdHwTunnelId_->tunnelIdToHwTunnelIdIs(TunnelIdToHwTunnelId(tunnelId, hwId));
+  unprogrammedTunnelDel(tunnelId);
+}
+
+void EvpnFloodingEsiSm::unpublishTunnel(TunnelId const& tunnelId) {
+  NOX_TRACE_ENTRY("unpublishTunnel tunnel {}", tunnelId);
+  VEL_ASSERT(initialized());
+  unprogrammedTunnelDel(tunnelId);
+  std::optional<HwTunnelId> const hwId = publishedHwTunnelId(tunnelId);
+  if (!hwId) {
+    NOX_TRACE_CHANGE("not programmed");
+    return;
+  }
+  tunnelIdHwTunnelId_->tunnelIdToHwTunnelIdDel(tunnelId);
+  NOX_TRACE_CHANGE("releasing hw tunnel id {}", *hwId);
+  floodingHelper_->releaseHwTunnelId(*hwId);
+  // The freed id can serve a waiting tunnel now.
+  if (unprogrammedTunnels() > 0) maybeScheduleUnprogrammedReview(true);
+}
+
+// The review.
+
+void EvpnFloodingEsiSm::maybeScheduleUnprogrammedReview(bool immediate) {
+  NOX_TRACE_ENTRY("maybeScheduleUnprogrammedReview immediate {}", immediate);
+  VEL_ASSERT(initialized());
+  if (immediate) {
+    reviewUnprogrammed_->scheduleTask();
+    NOX_TRACE_CHANGE("schedule immediate unprogrammed review");
+    return;
+  }
+  if (reviewUnprogrammed_->taskScheduled()) {
+    NOX_TRACE_CHANGE("already scheduled");
+    return;
+  }
+  reviewUnprogrammed_->scheduleTaskDelay(unprogrammedRetryInterval_);
+  NOX_TRACE_CHANGE("next unprogrammed review at {}",
+                   scheduler_->now() + unprogrammedRetryInterval_);
+}
+
+void EvpnFloodingEsiSm::VelReviewUnprogrammed::onTaskRun() { sm_->doReviewUnprogrammed(); }
+
+bool EvpnFloodingEsiSm::reviewYields() {
+  if (!reviewUnprogrammed_->taskShouldYield()) return false;
+  reviewUnprogrammed_->scheduleTaskDelay(unprogrammedRetryInterval_);
+  return true;
+}
+
+// Waiting tunnels first: publishing one lets its pairs program, and the pairs walked here may
+// leave unprogrammedEsi before the second walk reaches them. A tunnel's pairs are walked to
+// the end before the review yields, because once published the tunnel no longer waits and a
+// later run would not come back to the rest of them.
+void EvpnFloodingEsiSm::doReviewUnprogrammed() {
+  NOX_TRACE_ENTRY("doReviewUnprogrammed");
+  VEL_ASSERT(initialized());
+  auto const& task = reviewUnprogrammed_;
+  VEL_ASSERT(task);
+  for (TunnelId const& tunnel : keysOf(unprogrammedTunnelColl())) {
+    if (!unprogrammedTunnelIsMemberOf(tunnel)) continue;
+    auto const tivs = tunnelIntfVlanSet(tunnel);
+    VEL_ASSERT(tivs);
+    for (IntfVlanKey const& pair : keysOf(tivs->intfVlanColl())) {
+      processIntfVlan(pair.intfId(), pair.vlanId());
+      task->taskWorkCountInc(1);
+    }
+    if (reviewYields()) return;
+  }
+  for (IntfVlanKey const& pair : keysOf(unprogrammedEsiColl())) {
+    if (!unprogrammedEsiIsMemberOf(pair)) continue;
+    auto const es = esiStatus(pair);
+    VEL_ASSERT(es);
+    VEL_ASSERT(es->unprogrammeds());
+    processIntfVlan(pair.intfId(), pair.vlanId());
+    task->taskWorkCountInc(1);
+    if (reviewYields()) return;
+  }
+}
+
+VEL_REGISTER_TYPE(EvpnFloodingEsiSm);
+
+}  // namespace Nox

@@ -1,0 +1,189 @@
+#pragma once
+
+// Nox::EvpnFloodingEsiSm programs, for every ethernet-segment interface and VLAN that has a
+// remote designated forwarder, the ESI label that BUM traffic flooded towards that forwarder
+// must carry, so the forwarder can apply split horizon. It reads the EVPN status and the
+// port-channel membership, takes one hardware tunnel id per designated-forwarder tunnel from
+// the flooding helper, publishes it in the tunnel-id table, and programs ESI data on every
+// physical port of the interface. What cannot be programmed yet waits in unprogrammedTunnel
+// and unprogrammedEsi for the review task.
+
+#include <memory>
+#include <optional>
+
+#include "NoxEvpn/NoxCommon.h"
+#include "NoxEvpn/NoxEvpn.h"
+#include "NoxEvpn/NoxEvpnFloodingSmHelper.h"
+#include "platform/cog/TaskScheduler.h"
+#include "platform/cog/TimerTask.h"
+#include "platform/types/Evpn/Evpn.h"
+#include "platform/vel/Reactor.h"
+
+namespace Nox {
+
+class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
+ public:
+  // Watches the segment statuses coming and going.
+  class VelEvpnStatus : public Evpn::EvpnStatus::NotifieeConst {
+   public:
+    VelEvpnStatus(Vel::Ptr<Evpn::EvpnStatus const> const& status, EvpnFloodingEsiSm* sm);
+    void onSegmentStatus(Gantry::IntfId const& intf) override;
+    VEL_DESCRIBE("Nox::EvpnFloodingEsiSm::VelEvpnStatus", "segmentStatus")
+
+   private:
+    EvpnFloodingEsiSm* sm_;
+  };
+
+  // Watches one segment: its designated-forwarder teps and the labels remote teps advertised.
+  class VelSegmentStatus : public Evpn::EthernetSegmentStatus::NotifieeConst {
+   public:
+    VelSegmentStatus(Vel::Ptr<Evpn::EthernetSegmentStatus const> const& segment,
+                     EvpnFloodingEsiSm* sm)
+        : NotifieeConst(segment), sm_(sm) {}
+    Gantry::IntfId const& key() const { return notifier()->key(); }
+    void onDesignatedForwarderTep(Bridging::VlanId const& vlan) override { handleDFTep(vlan); }
+    void onRemoteEsiLabel(Gantry::IntfId const& tep) override { handleLabel(tep); }
+    void handleSegmentStatus();
+    void handleDFTep(Bridging::VlanId vlan);
+    void handleLabel(Gantry::IntfId const& tepIntf);
+    VEL_DESCRIBE("Nox::EvpnFloodingEsiSm::VelSegmentStatus", "designatedForwarderTep",
+                 "remoteEsiLabel")
+
+   private:
+    EvpnFloodingEsiSm* sm_;
+  };
+
+  class VelNcsd : public NoxCommonSmData::NotifieeConst {
+   public:
+    VelNcsd(Vel::Ptr<NoxCommonSmData const> const& ncsd, EvpnFloodingEsiSm* sm)
+        : NotifieeConst(ncsd), sm_(sm) {}
+    void onLagToPort(Gantry::IntfId const& lag) override;
+    VEL_DESCRIBE("Nox::EvpnFloodingEsiSm::VelNcsd", "lagToPort")
+
+   private:
+    EvpnFloodingEsiSm* sm_;
+  };
+
+  class VelReviewUnprogrammed : public Cog::Task::Notifiee {
+   public:
+    explicit VelReviewUnprogrammed(EvpnFloodingEsiSm* sm) : sm_(sm) {}
+    void onTaskRun() override;
+
+   private:
+    EvpnFloodingEsiSm* sm_;
+  };
+
+  static constexpr double reviewInterval = 5.0;
+  static constexpr Cog::TaskPriority reviewPriority = 2;
+
+  static Vel::Ptr<EvpnFloodingEsiSm> EvpnFloodingEsiSmIs(
+      Vel::Ptr<NoxHelper::EvpnFloodingSmHelper> const& floodingHelper,
+      Vel::Ptr<Cog::TaskScheduler> const& scheduler, Vel::Ptr<NoxCommonSmData const> const& ncsd,
+      Vel::Ptr<Evpn::EvpnStatus const> const& evpnStatus,
+      Vel::Ptr<TunnelIdToHwTunnelIdMapping> const& tunnelIdHwTunnelId);
+  ~EvpnFloodingEsiSm() override;
+
+  Vel::Ptr<NoxHelper::EvpnFloodingSmHelper> const& floodingHelper() const {
+    return floodingHelper_;
+  }
+  Vel::Ptr<Cog::TaskScheduler> const& scheduler() const { return scheduler_; }
+  Vel::Ptr<NoxCommonSmData const> const& ncsd() const { return ncsd_; }
+  Vel::Ptr<Evpn::EvpnStatus const> const& evpnStatus() const { return evpnStatus_; }
+  Vel::Ptr<TunnelIdToHwTunnelIdMapping> const& tunnelIdHwTunnelId() const {
+    return tunnelIdHwTunnelId_;
+  }
+  Vel::Ptr<Cog::TimerTask> const& reviewUnprogrammed() const { return reviewUnprogrammed_; }
+  double unprogrammedRetryInterval() const { return unprogrammedRetryInterval_; }
+  bool initialized() const { return initialized_; }
+
+  void handleInitialized();
+  void handleLagPort(Gantry::IntfId const& intf);
+
+  void addIntfVlanMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan);
+  void deleteIntfVlanMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan);
+  void processIntfVlan(Gantry::IntfId const& intf, Bridging::VlanId vlan);
+  void addOrUpdateIntfVlanTunnelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
+                                        TunnelId const& tunnelId);
+  void deleteIntfVlanTunnelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan);
+  void addOrUpdateIntfVlanTunnelLabelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
+                                             TunnelId const& tunnelId, Gantry::MplsLabel label);
+  void deleteIntfVlanTunnelLabelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
+                                        TunnelId const& tunnelId);
+  void programEsi(Gantry::IntfId const& intf, Bridging::VlanId vlan, Gantry::MplsLabel label);
+  void programEsiHelper(Gantry::IntfId const& logIntfId, Gantry::IntfId const& phyIntfId,
+                        Bridging::VlanId vlan, Gantry::MplsLabel label);
+  void unprogramEsi(Gantry::IntfId const& intf, Bridging::VlanId vlan);
+  void unprogramEsiHelper(Gantry::IntfId const& logIntfId, Gantry::IntfId const& phyIntfId,
+                          Bridging::VlanId vlan);
+  void publishTunnel(TunnelId const& tunnelId);
+  void unpublishTunnel(TunnelId const& tunnelId);
+  void maybeScheduleUnprogrammedReview(bool immediate);
+  void doReviewUnprogrammed();
+
+  VEL_DESCRIBE("Nox::EvpnFloodingEsiSm", "floodingHelper", "scheduler", "ncsd", "evpnStatus",
+               "tunnelIdHwTunnelId", "intfVlanSet", "vlanIntfSet", "intfVlanTunnel",
+               "tunnelIntfVlanSet", "intfTunnelVlanSet", "intfVlanTunnelLabel", "segmentStatus",
+               "unprogrammedTunnel", "unprogrammedEsi", "esiStatus", "reviewUnprogrammed")
+
+ private:
+  EvpnFloodingEsiSm(Vel::Ptr<NoxHelper::EvpnFloodingSmHelper> const& floodingHelper,
+                    Vel::Ptr<Cog::TaskScheduler> const& scheduler,
+                    Vel::Ptr<NoxCommonSmData const> const& ncsd,
+                    Vel::Ptr<Evpn::EvpnStatus const> const& evpnStatus,
+                    Vel::Ptr<TunnelIdToHwTunnelIdMapping> const& tunnelIdHwTunnelId);
+
+  // The hardware tunnel id published for a tunnel, if any.
+  std::optional<HwTunnelId> publishedHwTunnelId(TunnelId const& tunnelId) const;
+  // True when the review must stop here; it is then rescheduled after the review interval.
+  bool reviewYields();
+
+  Vel::Ptr<NoxHelper::EvpnFloodingSmHelper> floodingHelper_;
+  Vel::Ptr<Cog::TaskScheduler> scheduler_;
+  // Port-channel membership (lagToPort).
+  Vel::Ptr<NoxCommonSmData const> ncsd_;
+  std::unique_ptr<VelNcsd> velNcsd_;
+  // Segment statuses, watched per interface.
+  Vel::Ptr<Evpn::EvpnStatus const> evpnStatus_;
+  std::unique_ptr<VelEvpnStatus> velEvpnStatus_;
+  // Published tunnel id -> hardware tunnel id; this machine is its only writer.
+  Vel::Ptr<TunnelIdToHwTunnelIdMapping> tunnelIdHwTunnelId_;
+
+ public:
+  // VLANs of each segment interface that have a designated-forwarder tep, and the same by VLAN.
+  VEL_INTERNAL_ENTITY_COLLECTION(intfVlanSet, IntfVlanSet, Gantry::IntfId, IntfVlanSet)
+  VEL_INTERNAL_ENTITY_COLLECTION(vlanIntfSet, VlanIntfSet, Bridging::VlanId, VlanIntfSet)
+  // The designated-forwarder tunnel of each interface and VLAN.
+  VEL_INTERNAL_VALUE_COLLECTION(intfVlanTunnel, IntfVlanTunnel, IntfVlanKey, TunnelId)
+  // Which interface/VLAN pairs use a tunnel, and which VLANs of an interface use it.
+  VEL_INTERNAL_ENTITY_COLLECTION(tunnelIntfVlanSet, TunnelIntfVlanSet, TunnelId, TunnelIntfVlanSet)
+  VEL_INTERNAL_ENTITY_COLLECTION(intfTunnelVlanSet, IntfTunnelVlanSet, IntfTunnelKey,
+                                 IntfTunnelVlanSet)
+  // The ESI label learned for an interface, VLAN and tunnel.
+  VEL_INTERNAL_VALUE_COLLECTION(intfVlanTunnelLabel, IntfVlanTunnelLabel, IntfVlanTunnelKey,
+                                Gantry::MplsLabel)
+  VEL_REACTOR_COLLECTION(segmentStatus, Gantry::IntfId, VelSegmentStatus,
+                         Evpn::EthernetSegmentStatus)
+  // Tunnels still without a hardware tunnel id.
+  VEL_INTERNAL_VALUE_COLLECTION(unprogrammedTunnel, UnprogrammedTunnel, TunnelId, bool)
+  // Interface/VLAN pairs with at least one port not programmed.
+  VEL_INTERNAL_VALUE_COLLECTION(unprogrammedEsi, UnprogrammedEsi, IntfVlanKey, bool)
+  // Per interface/VLAN, the programmed and the unprogrammed physical ports.
+  VEL_INTERNAL_ENTITY_COLLECTION(esiStatus, EsiStatus, IntfVlanKey, IntfVlanStatus)
+
+ private:
+  // Spelled as the invariant check of programEsiHelper names it.
+  IntfVlanTunnelColl const& intfVlanTunnelIteratorConst() const { return intfVlanTunnelColl(); }
+
+  Vel::Ptr<Cog::TimerTask> reviewUnprogrammed_;
+  VelReviewUnprogrammed velReviewUnprogrammed_{this};
+  double const unprogrammedRetryInterval_ = reviewInterval;
+  bool initialized_ = false;
+};
+
+Vel::Ptr<EvpnFloodingEsiSm> evpnFloodingEsiSmFactory(
+    Vel::Ptr<NoxHelper::EvpnFloodingSmHelper> const& floodingHelper,
+    Vel::Ptr<Cog::TaskScheduler> const& scheduler, Vel::Ptr<NoxCommonSmData const> const& ncsd,
+    Vel::Ptr<Evpn::EvpnStatus const> const& evpnStatus,
+    Vel::Ptr<TunnelIdToHwTunnelIdMapping> const& tunnelIdHwTunnelId);
+
+}  // namespace Nox

@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "platform/vel/Exception.h"
+#include "tests/NoxEvpn/EsiTestUtil.h"
+#include "tests/NoxEvpn/TraceCapture.h"
+
+namespace {
+
+using Calls = std::vector<std::string>;
+using Lines = std::set<std::string>;
+
+bool traced(std::vector<std::string> const& texts, std::string const& text) {
+  return std::find(texts.begin(), texts.end(), text) != texts.end();
+}
+
+class EsiSmTest : public ::testing::Test {
+ protected:
+  Calls calls() { return w.helper->takeCalls(); }
+  Lines esi() const {
+    Lines lines;
+    for (auto const& [key, data] : w.helper->hardware) {
+      lines.insert(
+          key.first + " " + std::to_string(key.second) + " tunnel=" + std::to_string(data.tunnel) +
+          " hw=" + std::to_string(data.hwTunnelId) + " label=" + std::to_string(data.label));
+    }
+    return lines;
+  }
+
+  NoxTest::TraceCapture capture{1};
+  NoxTest::EsiWorld w;
+  Vel::Ptr<Nox::EvpnFloodingEsiSm> sm;
+};
+
+TEST_F(EsiSmTest, VlansBehindOneTunnelShareItsIdWhichGoesWithTheLastOfThem) {
+  sm = w.start();
+  w.dfIs("Ethernet1", 10, 5);
+  EXPECT_EQ(calls(), (Calls{"get -> 1"}));  // no label yet: published, nothing programmed
+  EXPECT_EQ(w.published(), (Lines{"5=1"}));
+  w.labelIs("Ethernet1", 5, 1000);
+  w.dfIs("Ethernet1", 20, 5);
+  EXPECT_EQ(calls(), (Calls{"create Ethernet1 10 5 1 1000 -> programmed",
+                            "create Ethernet1 20 5 1 1000 -> programmed"}));
+  w.dfDel("Ethernet1", 10);
+  EXPECT_EQ(calls(), (Calls{"delete Ethernet1 10"}));
+  EXPECT_EQ(w.published(), (Lines{"5=1"}));
+  w.dfDel("Ethernet1", 20);
+  EXPECT_EQ(calls(), (Calls{"release 1", "delete Ethernet1 20"}));
+  EXPECT_TRUE(w.published().empty());
+  EXPECT_EQ(sm->intfVlanSets() + sm->intfVlanTunnels() + sm->tunnelIntfVlanSets() +
+                sm->intfTunnelVlanSets() + sm->intfVlanTunnelLabels() + sm->esiStatuss(),
+            0u);
+}
+
+TEST_F(EsiSmTest, UnchangedLabelIsANoOpAndOnlyMplsLabelsAreProgrammed) {
+  sm = w.start();
+  w.dfIs("Ethernet1", 10, 5);
+  w.labelIs("Ethernet1", 5, 1000);
+  calls();
+  capture.traced();
+  w.segment("Ethernet1")->remoteEsiLabelDel(NoxTest::EsiWorld::tepOf(5));
+  w.labelIs("Ethernet1", 5, 1000);
+  EXPECT_EQ(calls(), (Calls{"delete Ethernet1 10", "create Ethernet1 10 5 1 1000 -> programmed"}));
+  w.segment("Ethernet1")
+      ->remoteEsiLabelIs(NoxTest::EsiWorld::tepOf(5),
+                         Evpn::EncapTypeLabel(Evpn::EncapType::mpls, Gantry::MplsLabel(1000)));
+  sm->handleLagPort(Gantry::IntfId("Ethernet1"));
+  EXPECT_TRUE(calls().empty());
+  EXPECT_TRUE(traced(capture.traced(), "already programmed"));
+
+  w.labelIs("Ethernet1", 5, 1000, Evpn::EncapType::vxlan);
+  EXPECT_EQ(calls(), (Calls{"delete Ethernet1 10"}));
+  EXPECT_TRUE(traced(capture.traced(),
+                     "incorrect encap type Value('Evpn::EncapTypeLabel', ** {'encapType': vxlan, "
+                     "'label': 1000})"));
+}
+
+TEST_F(EsiSmTest, PortChannelProgramsItsMembersAndFollowsThem) {
+  sm = w.start();
+  w.dfIs("Port-Channel1", 10, 5);
+  w.labelIs("Port-Channel1", 5, 1000);
+  EXPECT_TRUE(traced(capture.traced(), "no lag configuration"));
+  w.lagIs("Port-Channel1", {"Ethernet1", "Ethernet2"});
+  EXPECT_EQ(esi(), (Lines{"Ethernet1 10 tunnel=5 hw=1 label=1000",
+                          "Ethernet2 10 tunnel=5 hw=1 label=1000"}));
+  calls();
+  w.lagIs("Port-Channel1", {"Ethernet2", "Ethernet3"});
+  EXPECT_EQ(calls(), (Calls{"delete Ethernet1 10", "create Ethernet3 10 5 1 1000 -> programmed"}));
+  EXPECT_TRUE(traced(capture.traced(), "stale lag member, delete"));
+  w.lagIs("Port-Channel1", {});
+  EXPECT_TRUE(traced(capture.traced(), "no lag members"));
+  EXPECT_TRUE(esi().empty());
+  w.lagIs("Port-Channel1", {"Ethernet4"});
+  w.ncsd->lagToPortDel(Gantry::IntfId("Port-Channel1"));
+  EXPECT_TRUE(traced(capture.traced(), "no lag configuration"));
+  EXPECT_TRUE(esi().empty());
+  EXPECT_EQ(w.published(), (Lines{"5=1"}));  // the tunnel is still the VLAN's
+}
+
+TEST_F(EsiSmTest, ReviewYieldsAndResumesAfterTheInterval) {
+  sm = w.start();
+  w.helper->createEsiDataRcIs(Nox::notProgrammed);
+  for (uint16_t vlan = 1; vlan <= 3; ++vlan) w.dfIs("Ethernet1", vlan, 5);
+  w.labelIs("Ethernet1", 5, 1000);
+  w.helper->createEsiDataRcIs(Nox::programmed);
+  w.scheduler->yieldPolicyIs(Vel::Ptr<Cog::YieldPolicy>(new Cog::WorkQuantumYield(2)));
+  w.advance(5.0);
+  EXPECT_EQ(esi().size(), 2u);
+  EXPECT_EQ(sm->reviewUnprogrammed()->taskDue(), std::optional<double>(10.0));
+  w.advance(5.0);
+  EXPECT_EQ(esi().size(), 3u);
+}
+
+// Hardware tunnel ids are not carried over a restart: the table is emptied and every tunnel
+// in use takes a fresh id, while a machine built over present inputs programs what they say.
+TEST_F(EsiSmTest, StartupEmptiesTheTableAndWalksTheInputs) {
+  w.lagIs("Port-Channel1", {"Ethernet1", "Ethernet2"});
+  w.dfIs("Port-Channel1", 10, 5);
+  w.labelIs("Port-Channel1", 5, 1000);
+  w.tunnels->tunnelIdToHwTunnelIdIs(
+      Nox::TunnelIdToHwTunnelId(Nox::TunnelId(9), Nox::HwTunnelId(9)));
+  sm = w.start();
+  EXPECT_EQ(w.published(), (Lines{"5=1"}));
+  EXPECT_EQ(esi(), (Lines{"Ethernet1 10 tunnel=5 hw=1 label=1000",
+                          "Ethernet2 10 tunnel=5 hw=1 label=1000"}));
+  EXPECT_TRUE(w.tunnels->tunnelIdToHwTunnelIdControl().ready);
+}
+
+TEST_F(EsiSmTest, TepOutsideTheTunnelIdRangeRaisesTheRangeError) {
+  sm = w.start();
+  auto segment = w.segment("Ethernet1");
+  Gantry::IntfId const tooBig("Tunnel281474976710656");
+  EXPECT_THROW(segment->designatedForwarderTepIs(Bridging::VlanId(10), tooBig),
+               Vel::RangeException);
+  EXPECT_TRUE(w.published().empty());
+  EXPECT_THROW(segment->remoteEsiLabelIs(tooBig, Evpn::EncapTypeLabel()), Vel::RangeException);
+}
+
+TEST_F(EsiSmTest, NullSegmentGivenToTheReactorMutatorIsARangeError) {
+  sm = w.start();
+  EXPECT_THROW(sm->segmentStatusIs(nullptr), Vel::RangeException);
+  EXPECT_EQ(sm->segmentStatuss(), 0u);
+}
+
+}  // namespace
