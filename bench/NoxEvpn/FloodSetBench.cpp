@@ -45,7 +45,7 @@ Vel::Ptr<L2Rib::FloodSetOutput> const& sharedInput() {
 
 class OutputCounter : public L2Rib::FloodSet::NotifieeConst {
  public:
-  using NotifieeConst::NotifieeConst;
+  explicit OutputCounter(Vel::Ptr<L2Rib::FloodSet const> const& f) : NotifieeConst(f) {}
   void onDestSet(L2Rib::Dest const&) override { ++changes; }
   uint64_t changes = 0;
 };

@@ -90,7 +90,7 @@ TEST_F(FloodSetSmTest, HardwareTunnelIdChangeUpdatesConfigsWithoutEmptyingThePai
   floodSet(101, 0x100)->destSetIs(dest("mpls/3/Tunnel6/1000"), true);
   start();
   struct PairWatch : Nox::EvpnVlanFloodSetHwConfig::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
+    explicit PairWatch(Vel::Ptr<Nox::EvpnVlanFloodSetHwConfig const> const& c) : NotifieeConst(c) {}
     void onConfig(Bridging::MacVlanPair const&) override { ++pairChanges; }
     int pairChanges = 0;
   } watch(hwConfig);

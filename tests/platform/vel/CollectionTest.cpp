@@ -82,7 +82,7 @@ TEST(EntityCollection, RemovedMemberLivesOnWhileHeldAndTheRemovalIsVisibleInTheC
   Vel::Ptr<Tree> tree(new Tree);
   tree->leafIs(1)->tagIs(7, true);
   struct Watcher : Tree::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
+    explicit Watcher(Vel::Ptr<Tree const> const& t) : NotifieeConst(t) {}
     void onLeaf(int const& k) override { presentAtCallback = notifier()->leafIsMemberOf(k); }
     bool presentAtCallback = true;
   } watcher(tree);
