@@ -210,7 +210,7 @@ bool EvpnVlanFloodSetSm::isMplsDestConfigProgrammed(MacVlanPair const& pair,
                                                     MplsDestConfig const& config) const {
   auto status = vlanFloodSetHwStatus_ ? vlanFloodSetHwStatus_->status(pair) : nullptr;
   if (!status) return false;
-  HwProgrammingStatus const* value = status->mplsDestStatusColl().find(config);
+  auto const value = status->mplsDestStatusColl().find(config);
   return value && *value == programmed;
 }
 
@@ -253,9 +253,9 @@ bool EvpnVlanFloodSetSm::isDestInFloodSet(VlanId vlan, EthAddr const& mac,
                                           Dest const& dest) const {
   // Raw lookups: this runs for every destination of every change, and taking references would
   // write to every entity on the way.
-  auto const* vlanFloodSet =
+  auto const vlanFloodSet =
       floodSetOutput_ ? floodSetOutput_->vlanFloodSetColl().find(vlan) : nullptr;
-  auto const* floodSet = vlanFloodSet ? vlanFloodSet->floodSetColl().find(mac) : nullptr;
+  auto const floodSet = vlanFloodSet ? vlanFloodSet->floodSetColl().find(mac) : nullptr;
   return floodSet && floodSet->destSetIsMemberOf(dest);
 }
 
@@ -296,7 +296,7 @@ MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig(Dest const& dest) {
 
 void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig(VlanMacDest const& d) {
   MplsDestConfig const fresh = createMplsDestConfig(d.dest());
-  MplsDestConfig* const recorded = mplsDestHwConfigFind(d);
+  auto const recorded = mplsDestHwConfigFind(d);
   MplsDestConfig const existing = recorded ? *recorded : MplsDestConfig();
   if (existing == fresh) {
     NOX_TRACE_CHANGE("   no change in hardware config, skip {}", fresh);
