@@ -10,6 +10,17 @@
 // Each mutator notifies the entity's notifiees (NotifieeConst::onSource(), onDestSet(key)) after
 // the change is visible, and only when something changed: writing an equal value, a
 // find-or-create of an existing member and deleting an absent key notify nothing.
+//
+// What a change leaves usable (the full table is in OrderedMap.h):
+// - xFind(k), xColl().find(k), xColl().firstKey() and the references iteration yields point
+//   into the collection: good until its next insertion, removal or reserve. Writing an existing
+//   key again (xIs(k, v) for a present k) keeps them. Entities and values read out by value
+//   (x(k), Ptr copies) are yours and stay good.
+// - Iterators survive removals, also of the member they stand on; an insertion ends them.
+// - A mutator notifies before it returns, and a notifiee may change this very collection from
+//   its callback, so a pointer or iterator taken before a notifying call is stale after it
+//   whenever a notifiee might change the collection. Take it again after the call. What a
+//   notifiee may do is in Notifier.h.
 
 #include <cstddef>
 #include <type_traits>
