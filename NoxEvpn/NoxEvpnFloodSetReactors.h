@@ -82,9 +82,10 @@ struct FloodSetReactors {
     void handleVlanFloodSet() { sm_->handleVlanFloodSet(*this); }
 
     NOX_NESTED_TYPE_INFO("VelVlanFloodSet", "floodSet")
-    VEL_REACTOR_COLLECTION(floodSet, Gantry::EthAddr, VelFloodSet, L2Rib::FloodSet)
 
    private:
+    friend struct Vel::Internals<Sm>;
+    VEL_REACTOR_COLLECTION(floodSet, Gantry::EthAddr, VelFloodSet, L2Rib::FloodSet)
     Sm* sm_;
   };
 

@@ -32,6 +32,19 @@ class VlanFloodSetFilterSm : public Vel::PtrInterface, public Vel::Described {
   Vel::Ptr<L2Rib::FloodSetOutput> const& outFloodSetOutput() const { return out_; }
   bool initialized() const { return initialized_; }
 
+  VEL_DESCRIBE("Nox::VlanFloodSetFilterSm", "destType", "inFloodSetOutput", "outFloodSetOutput",
+               "vlanFloodSet", "initialized")
+
+ private:
+  // The reactors call the handlers and keep the reactor collection.
+  friend Reactors::VelFloodSetOutput;
+  friend Reactors::VelVlanFloodSet;
+  friend Reactors::VelFloodSet;
+  friend struct Vel::Internals<VlanFloodSetFilterSm>;
+
+  VlanFloodSetFilterSm(L2Rib::DestType destType, Vel::Ptr<L2Rib::FloodSetOutput const> const& in,
+                       Vel::Ptr<L2Rib::FloodSetOutput> const& out);
+
   void handleInitialized();
   void handleSource();
   void handleVlanFloodSet(VelVlanFloodSet& reactor);
@@ -45,13 +58,6 @@ class VlanFloodSetFilterSm : public Vel::PtrInterface, public Vel::Described {
   void addDest(Bridging::VlanId vlan, Gantry::EthAddr const& mac, L2Rib::Dest const& dest);
   void deleteDest(Bridging::VlanId vlan, Gantry::EthAddr const& mac, L2Rib::Dest const& dest);
 
-  VEL_DESCRIBE("Nox::VlanFloodSetFilterSm", "destType", "inFloodSetOutput", "outFloodSetOutput",
-               "vlanFloodSet", "initialized")
-
- private:
-  VlanFloodSetFilterSm(L2Rib::DestType destType, Vel::Ptr<L2Rib::FloodSetOutput const> const& in,
-                       Vel::Ptr<L2Rib::FloodSetOutput> const& out);
-
   // The input's flood set for (vlan, mac), or null.
   Vel::Ptr<L2Rib::FloodSet const> inputFloodSet(Bridging::VlanId vlan,
                                                 Gantry::EthAddr const& mac) const;
@@ -63,12 +69,8 @@ class VlanFloodSetFilterSm : public Vel::PtrInterface, public Vel::Described {
   std::unique_ptr<VelInFloodSetOutput> velInFloodSetOutput_;
   // The filtered flood sets; this machine is their only writer.
   Vel::Ptr<L2Rib::FloodSetOutput> out_;
-
- public:
   // One reactor per VLAN present in the input.
   VEL_REACTOR_COLLECTION(vlanFloodSet, Bridging::VlanId, VelVlanFloodSet, L2Rib::VlanFloodSet)
-
- private:
   bool initialized_ = false;
 };
 

@@ -212,7 +212,7 @@ bool EvpnVlanFloodSetSm::isMplsDestConfigProgrammed(MacVlanPair const& pair,
                   pair.vlanId(), pair.macAddr(), config.tunnelId(), config.label());
   auto status = vlanFloodSetHwStatus_ ? vlanFloodSetHwStatus_->status(pair) : nullptr;
   if (!status) return false;
-  HwProgrammingStatus const* value = status->mplsDestStatusColl().find(config);
+  auto const value = status->mplsDestStatusColl().find(config);
   return value && *value == programmed;
 }
 
@@ -258,9 +258,9 @@ bool EvpnVlanFloodSetSm::isDestInFloodSet(VlanId vlan, EthAddr const& mac,
   NOX_TRACE_ENTRY("isDestInFloodSet vlan: {} mac: {} dest: {}", vlan, mac, dest);
   // Raw lookups: this runs for every destination of every change, and taking references would
   // write to every entity on the way.
-  auto const* vlanFloodSet =
+  auto const vlanFloodSet =
       floodSetOutput_ ? floodSetOutput_->vlanFloodSetColl().find(vlan) : nullptr;
-  auto const* floodSet = vlanFloodSet ? vlanFloodSet->floodSetColl().find(mac) : nullptr;
+  auto const floodSet = vlanFloodSet ? vlanFloodSet->floodSetColl().find(mac) : nullptr;
   return floodSet && floodSet->destSetIsMemberOf(dest);
 }
 

@@ -92,6 +92,23 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
   }
   bool initialized() const { return initialized_; }
 
+  VEL_DESCRIBE("Nox::EvpnVlanFloodSetSm", "floodSetOutput", "hwTunnelIdMapping", "hwInfoMapping",
+               "vlanFloodSetHwConfig", "vlanFloodSetHwStatus", "tunnelToFloodSetEntry",
+               "mplsDestHwConfig", "hwInfoMapKeyToFloodSetEntry", "initialized")
+
+ private:
+  // The reactors call the handlers and keep the reactor collections.
+  friend Reactors::VelFloodSetOutput;
+  friend Reactors::VelVlanFloodSet;
+  friend Reactors::VelFloodSet;
+  friend struct Vel::Internals<EvpnVlanFloodSetSm>;
+
+  EvpnVlanFloodSetSm(Vel::Ptr<L2Rib::FloodSetOutput const> const& floodSetOutput,
+                     Vel::Ptr<TunnelIdToHwTunnelIdMapping const> const& hwTunnelIdMapping,
+                     Vel::Ptr<HwInfoMapping const> const& hwInfoMapping,
+                     Vel::Ptr<EvpnVlanFloodSetHwConfig> const& vlanFloodSetHwConfig,
+                     Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus);
+
   void handleInitialized();
   void handleVlanFloodSet(VelVlanFloodSet& reactor);
   void handleFloodSet(VelFloodSet& reactor);
@@ -109,17 +126,6 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
                         L2Rib::Dest const& dest) const;
   bool isMplsDestConfigProgrammed(Bridging::MacVlanPair const& pair,
                                   MplsDestConfig const& config) const;
-
-  VEL_DESCRIBE("Nox::EvpnVlanFloodSetSm", "floodSetOutput", "hwTunnelIdMapping", "hwInfoMapping",
-               "vlanFloodSetHwConfig", "vlanFloodSetHwStatus", "tunnelToFloodSetEntry",
-               "mplsDestHwConfig", "hwInfoMapKeyToFloodSetEntry", "initialized")
-
- private:
-  EvpnVlanFloodSetSm(Vel::Ptr<L2Rib::FloodSetOutput const> const& floodSetOutput,
-                     Vel::Ptr<TunnelIdToHwTunnelIdMapping const> const& hwTunnelIdMapping,
-                     Vel::Ptr<HwInfoMapping const> const& hwInfoMapping,
-                     Vel::Ptr<EvpnVlanFloodSetHwConfig> const& vlanFloodSetHwConfig,
-                     Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus);
 
   // The two workers with the destination's presence in the input already known: it is looked
   // up once per destination, and a destination found through the internal mappings is present.
@@ -144,7 +150,6 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
   Vel::Ptr<EvpnVlanFloodSetHwStatus const> vlanFloodSetHwStatus_;
   std::unique_ptr<VelVlanFloodSetHwStatus> velVlanFloodSetHwStatus_;
 
- public:
   // Which flood-set destinations use each tunnel.
   VEL_INTERNAL_ENTITY_COLLECTION(tunnelToFloodSetEntry, TunnelToFloodSetEntry, TunnelId,
                                  TunnelVlanMacDestSet)
@@ -157,8 +162,6 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
   VEL_REACTOR_COLLECTION(vlanFloodSet, Bridging::VlanId, VelVlanFloodSet, L2Rib::VlanFloodSet)
   VEL_REACTOR_COLLECTION(vlanFloodSetStatus, Bridging::MacVlanPair, VelVlanFloodSetStatus,
                          VlanFloodSetStatus)
-
- private:
   bool initialized_ = false;
 };
 

@@ -26,7 +26,7 @@ class Table : public Vel::Entity {
 
 class Counter : public Table::NotifieeConst {
  public:
-  using NotifieeConst::NotifieeConst;
+  explicit Counter(Vel::Ptr<Table const> const& t) : NotifieeConst(t) {}
   void onEntry(uint64_t const&) override { ++calls; }
   uint64_t calls = 0;
 };

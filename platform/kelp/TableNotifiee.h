@@ -26,7 +26,8 @@ class TableNotifiee {
   virtual void onStatus() {}
 };
 
-// Notifiees in registration order; one may leave (or another join) while being visited.
+// Notifiees in registration order; one may leave (or another join) while being visited. One
+// that joins during a visit hears only later changes, not the one being delivered.
 template <class N>
 class NotifieeList {
  public:
@@ -54,7 +55,8 @@ class NotifieeList {
       }
     } depth{*this};
     ++depth_;
-    for (std::size_t i = 0; i < list_.size(); ++i) {
+    std::size_t const registered = list_.size();
+    for (std::size_t i = 0; i < registered; ++i) {
       if (N* n = list_[i]) f(*n);
     }
   }

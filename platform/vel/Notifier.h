@@ -2,9 +2,20 @@
 
 // Change notification between an entity (the notifier) and the objects that watch it
 // (notifiees). Notifiees are called in the order they registered, one at a time, after the
-// change is visible. Either side may go away at any moment, also from inside a callback:
-// - a notifiee destroyed or detached during a notification is skipped from then on;
-// - a notifier destroyed first leaves its notifiees detached (notifier() null).
+// change is visible.
+//
+// What a notifiee may do inside a callback:
+// - change the notifier that is calling it, or any other entity. The change notifies at once,
+//   nested inside the current notification, so the notifiees after this one hear the nested
+//   change before the one that is being delivered. A member pointer or iterator into a
+//   collection taken before the callback may be stale afterwards (see OrderedMap.h).
+// - register new notifiees, with this notifier or another. One registered during a
+//   notification hears only later changes, not the one being delivered.
+// - detach or destroy any notifiee, itself included: one that goes is skipped from then on.
+// - let go of its own reference to the notifier (notifierIs(other)), but not destroy it: the
+//   notifier is still walking its list, so whoever made the change must hold a reference.
+// Outside notifications, a notifier destroyed first leaves its notifiees detached
+// (notifier() null).
 
 #include <cstdint>
 #include <vector>
@@ -75,7 +86,6 @@ template <class T>
 class NotifieeConstOf : public NotifieeBase {
  public:
   NotifieeConstOf() = default;
-  explicit NotifieeConstOf(Ptr<T const> const& n) { notifierIs(n); }
   // Leave the notifier's list before letting go of it, which may destroy it.
   ~NotifieeConstOf() override { detach(); }
 
@@ -91,6 +101,9 @@ class NotifieeConstOf : public NotifieeBase {
   }
 
  protected:
+  // Attaching at construction is for notifiees that do something: a bare NotifieeConstOf would
+  // only keep its notifier alive.
+  explicit NotifieeConstOf(Ptr<T const> const& n) { notifierIs(n); }
   void onNotifierDeleted() override { held_ = nullptr; }
 
  private:

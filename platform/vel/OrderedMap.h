@@ -8,8 +8,22 @@
 // slot until the next rebuild); an open-addressing index finds them. Each index entry holds the
 // member's 32-bit hash beside its slot number, so probing reads only the index and a member is
 // touched only when its hash matches: about one cache miss in the index and one in the member
-// per lookup, fewer than a node-based map, and iteration is a linear walk. Iterators are slot numbers, so they survive removals and
-// insertions; only an insertion that triggers a rebuild (growth) renumbers the slots.
+// per lookup, fewer than a node-based map, and iteration is a linear walk.
+//
+// What stays valid across a change:
+//
+//   change                              member pointers (find, tryEmplace, firstKey)   iterators
+//   replacing a value in place          valid                                          valid
+//   erase (one member or the last)      invalid                                        valid
+//   insertion (tryEmplace of a new key) invalid                                        invalid
+//   reserve, clear                      invalid                                        invalid
+//
+// An insertion may grow the member vector or rebuild the index, which moves members and
+// renumbers slots; whether it does depends on capacity, so every insertion counts as one. A
+// removal only marks its slot dead, so iteration goes on past it (also past the current member),
+// but the removed member's value is reset at once and a pointer to it would read a default.
+// References yielded by iteration (for (auto [k, v] : map)) follow the member-pointer rule.
+// With NOX_CHECKED_COLLECTIONS=1 every pointer and iterator checks this on use (MemberPtr.h).
 
 #include <cstddef>
 #include <cstdint>
@@ -18,6 +32,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/vel/MemberPtr.h"
 #include "platform/vel/Value.h"
 
 namespace Vel {
@@ -69,11 +84,17 @@ class OrderedMap {
     using difference_type = std::ptrdiff_t;
     using value_type = MemberRef<Val>;
     Iterator() = default;
-    Iterator(Map* m, std::size_t i) : m_(m), i_(i) { skipDead(); }
+    Iterator(Map* m, std::size_t i) : m_(m), i_(i) {
+#if NOX_CHECKED_COLLECTIONS
+      taken_ = m->reshapes_;
+#endif
+      skipDead();
+    }
     MemberRef<Val> operator*() const { return {key(), value()}; }
-    K const& key() const { return m_->members_[i_].key; }
-    Val& value() const { return m_->members_[i_].value; }
+    K const& key() const { return member().key; }
+    Val& value() const { return member().value; }
     Iterator& operator++() {
+      check();
       ++i_;
       skipDead();
       return *this;
@@ -83,9 +104,22 @@ class OrderedMap {
       ++*this;
       return old;
     }
-    friend bool operator==(Iterator const& a, Iterator const& b) { return a.at() == b.at(); }
+    friend bool operator==(Iterator const& a, Iterator const& b) {
+      a.check();
+      b.check();
+      return a.at() == b.at();
+    }
 
    private:
+    auto& member() const {
+      check();
+      return m_->members_[i_];
+    }
+    void check() const {
+#if NOX_CHECKED_COLLECTIONS
+      if (m_ && m_->reshapes_ != taken_) staleIterator();
+#endif
+    }
     void skipDead() {
       while (i_ < m_->members_.size() && !m_->members_[i_].live) ++i_;
     }
@@ -95,6 +129,9 @@ class OrderedMap {
     }
     Map* m_ = nullptr;
     std::size_t i_ = 0;
+#if NOX_CHECKED_COLLECTIONS
+    ChangeCount taken_ = 0;
+#endif
   };
   using iterator = Iterator<OrderedMap, V>;
   using const_iterator = Iterator<OrderedMap const, V const>;
@@ -106,26 +143,22 @@ class OrderedMap {
   std::size_t size() const { return live_; }
   bool empty() const { return live_ == 0; }
   void reserve(std::size_t n) {
+    reshaped();
     if (n > members_.capacity()) members_.reserve(n);
     if (n * 4 >= index_.size() * 3) rebuild(n);
   }
 
-  V const* find(K const& k) const {
-    uint32_t const slot = lookup(k, H()(k));
-    return slot == notFound ? nullptr : &members_[memberOf(index_[slot])].value;
-  }
-  V* find(K const& k) {
-    uint32_t const slot = lookup(k, H()(k));
-    return slot == notFound ? nullptr : &members_[memberOf(index_[slot])].value;
-  }
-  bool contains(K const& k) const { return find(k) != nullptr; }
+  MemberPtr<V const> find(K const& k) const { return pointerTo(findRaw(k)); }
+  MemberPtr<V> find(K const& k) { return pointerTo(const_cast<V*>(findRaw(k))); }
+  bool contains(K const& k) const { return findRaw(k) != nullptr; }
 
   // Inserts k at the end, or finds it where it is. Returns the value and whether it is new.
   template <class... Args>
-  std::pair<V*, bool> tryEmplace(K const& k, Args&&... args) {
+  std::pair<MemberPtr<V>, bool> tryEmplace(K const& k, Args&&... args) {
     uint32_t const h = H()(k);
     uint32_t const found = lookup(k, h);
-    if (found != notFound) return {&members_[memberOf(index_[found])].value, false};
+    if (found != notFound) return {pointerTo(&members_[memberOf(index_[found])].value), false};
+    reshaped();
     if ((used_ + 1) * 4 > index_.size() * 3) rebuild(live_ + 1);
     uint32_t const n = static_cast<uint32_t>(members_.size());
     members_.push_back(Member{k, V(std::forward<Args>(args)...), h, true});
@@ -133,12 +166,13 @@ class OrderedMap {
     if (index_[slot] == emptyEntry) ++used_;
     index_[slot] = entryOf(h, n);
     ++live_;
-    return {&members_.back().value, true};
+    return {pointerTo(&members_.back().value), true};
   }
 
   bool erase(K const& k) {
     uint32_t const slot = lookup(k, H()(k));
     if (slot == notFound) return false;
+    changed();
     Member& m = members_[memberOf(index_[slot])];
     index_[slot] = deadEntry;
     m.live = false;
@@ -146,14 +180,15 @@ class OrderedMap {
     m.value = V();
     --live_;
     while (head_ < members_.size() && !members_[head_].live) ++head_;
-    if (live_ == 0) clear();
+    // Emptied: start numbering again from the front. Iterators stay valid (they are all at the
+    // end now); the next insertion invalidates them anyway.
+    if (live_ == 0) dropAll();
     return true;
   }
 
   void clear() {
-    members_.clear();
-    index_.assign(index_.size(), emptyEntry);
-    used_ = live_ = head_ = 0;
+    reshaped();
+    dropAll();
   }
 
   iterator begin() { return iterator(this, head_); }
@@ -161,9 +196,41 @@ class OrderedMap {
   const_iterator begin() const { return const_iterator(this, head_); }
   const_iterator end() const { return const_iterator(this, members_.size()); }
   // The first member in iteration order, or null.
-  K const* firstKey() const { return live_ ? &members_[head_].key : nullptr; }
+  MemberPtr<K const> firstKey() const { return pointerTo(live_ ? &members_[head_].key : nullptr); }
+
+  // A pointer into this map's members (or to what a member holds) as this map hands it out.
+  template <class T>
+  MemberPtr<T> pointerTo(T* p) const {
+#if NOX_CHECKED_COLLECTIONS
+    return MemberPtr<T>(p, &changes_);
+#else
+    return p;
+#endif
+  }
 
  private:
+  V const* findRaw(K const& k) const {
+    uint32_t const slot = lookup(k, H()(k));
+    return slot == notFound ? nullptr : &members_[memberOf(index_[slot])].value;
+  }
+  void dropAll() {
+    members_.clear();
+    index_.assign(index_.size(), emptyEntry);
+    used_ = live_ = head_ = 0;
+  }
+  // A change that may drop or move members, and one that also renumbers slots.
+  void changed() {
+#if NOX_CHECKED_COLLECTIONS
+    ++changes_;
+#endif
+  }
+  void reshaped() {
+    changed();
+#if NOX_CHECKED_COLLECTIONS
+    ++reshapes_;
+#endif
+  }
+
   // The index slot holding k, or notFound.
   uint32_t lookup(K const& k, uint32_t h) const {
     if (index_.empty()) return notFound;
@@ -206,6 +273,10 @@ class OrderedMap {
   std::size_t used_ = 0;  // index slots not empty (live or dead)
   std::size_t live_ = 0;
   std::size_t head_ = 0;  // first live member
+#if NOX_CHECKED_COLLECTIONS
+  ChangeCount changes_ = 0;
+  ChangeCount reshapes_ = 0;
+#endif
 };
 
 }  // namespace Vel

@@ -21,6 +21,7 @@
 #include <memory>
 #include <string_view>
 
+#include "platform/vel/Collection.h"
 #include "platform/vel/OrderedMap.h"
 #include "platform/vel/Ptr.h"
 
@@ -28,35 +29,43 @@ namespace Vel {
 
 [[noreturn]] void throwNullMutatorArgument(std::string_view collection, std::string_view owner);
 
-template <class K, class R>
+// Reactors keyed like their members, each owned here. Read by anyone; only Owner (the machine or
+// reactor that declares the collection) adds and removes them. A reactor stays where it is while
+// others come and go, so a reactor pointer stays good until that reactor is removed.
+template <class K, class R, class Owner = void>
 class ReactorCollection {
  public:
   R* get(K const& k) const {
-    auto const* r = map_.find(k);
+    auto const r = map_.find(k);
     return r ? r->get() : nullptr;
   }
   std::size_t count() const { return map_.size(); }
   auto begin() const { return map_.begin(); }
   auto end() const { return map_.end(); }
 
-  template <class Member, class Owner>
-  R* findOrCreate(K const& k, Member const& member, Owner* owner) {
-    auto [slot, created] = map_.tryEmplace(k);
+ private:
+  friend Owner;
+
+  // The reactor of member, created as R(member, owner) when there is none; attr names the
+  // collection in the error for a null member.
+  template <class Member>
+  R* findOrCreate(Ptr<Member const> const& member, Owner* owner, std::string_view attr) {
+    if (!member) throwNullMutatorArgument(attr, Owner::staticTypeInfo().name());
+    auto [slot, created] = map_.tryEmplace(member->key());
     if (created) *slot = std::make_unique<R>(member, owner);
     return slot->get();
   }
   void erase(K const& k) {
     // Take the reactor out before destroying it, so that its destructor sees a consistent map.
-    auto* slot = map_.find(k);
+    auto const slot = map_.find(k);
     if (!slot) return;
     std::unique_ptr<R> doomed = std::move(*slot);
     map_.erase(k);
   }
   void clear() {
-    while (K const* first = map_.firstKey()) erase(K(*first));
+    while (auto const first = map_.firstKey()) erase(K(*first));
   }
 
- private:
   OrderedMap<K, std::unique_ptr<R>> map_;
 };
 
@@ -74,19 +83,15 @@ void followMember(bool presentInInput, CreateFn&& create, HandleFn&& handle, Del
 
 }  // namespace Vel
 
-#define VEL_REACTOR_COLLECTION(attr, Key, Reactor, Member)                               \
- public:                                                                                \
-  Reactor* attr(Key const& k) const { return attr##_.get(k); }                          \
-  std::size_t attr##s() const { return attr##_.count(); }                               \
-  ::Vel::ReactorCollection<Key, Reactor> const& attr##Coll() const { return attr##_; }  \
-  Reactor* attr##Is(::Vel::Ptr<Member const> const& member) {                           \
-    if (!member) ::Vel::throwNullMutatorArgument(#attr, staticTypeInfo().name());       \
-    return attr##_.findOrCreate(member->key(), member, this);                           \
-  }                                                                                     \
-  void attr##Del(Key const& k) { attr##_.erase(k); }                                    \
-  void attr##DelAll() { attr##_.clear(); }                                              \
-                                                                                        \
- private:                                                                               \
-  ::Vel::ReactorCollection<Key, Reactor> attr##_;                                       \
-                                                                                        \
- public:
+// Like the accessor blocks of Collection.h, it leaves access as it found it.
+#define VEL_REACTOR_COLLECTION(attr, Key, Reactor, Member)                                   \
+  VEL_OWNER_DECL_(attr)                                                                     \
+  ::Vel::ReactorCollection<Key, Reactor, VEL_OWNER_(attr)> attr##_;                         \
+  Reactor* attr(Key const& k) const { return attr##_.get(k); }                              \
+  std::size_t attr##s() const { return attr##_.count(); }                                   \
+  auto const& attr##Coll() const { return attr##_; }                                        \
+  Reactor* attr##Is(::Vel::Ptr<Member const> const& member) {                               \
+    return attr##_.findOrCreate(member, this, #attr);                                       \
+  }                                                                                         \
+  void attr##Del(Key const& k) { attr##_.erase(k); }                                        \
+  void attr##DelAll() { attr##_.clear(); }

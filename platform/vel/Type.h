@@ -57,9 +57,9 @@ class Described {
 
 }  // namespace Vel
 
-// Inside a class body: its registered name and attribute names.
+// Inside a class body, in a public section (the registry and the text form read it): its
+// registered name and attribute names.
 #define VEL_TYPE_INFO(typeNameText, ...)                              \
- public:                                                             \
   static ::Vel::TypeInfo const& staticTypeInfo() {                   \
     static ::Vel::TypeInfo const info(typeNameText, {__VA_ARGS__});  \
     return info;                                                     \

@@ -6,6 +6,7 @@
 #include "platform/vel/Collection.h"
 #include "platform/vel/Entity.h"
 #include "platform/vel/Exception.h"
+#include "platform/vel/Internals.h"
 #include "platform/vel/Name.h"
 #include "platform/vel/Notifier.h"
 #include "platform/vel/Ptr.h"

@@ -16,7 +16,8 @@ using NoxHelper::EvpnFloodingSmHelperStub;
 // the count moved.
 class StubWatcher : public EvpnFloodingSmHelperStub::NotifieeConst {
  public:
-  using NotifieeConst::NotifieeConst;
+  explicit StubWatcher(Vel::Ptr<EvpnFloodingSmHelperStub const> const& stub)
+      : NotifieeConst(stub) {}
   void onCreateEsiDataIntfId() override { seen.push_back("intf"); }
   void onCreateEsiDataLabel() override { seen.push_back("label"); }
   void onCreateEsiDataCount() override {
@@ -109,7 +110,7 @@ TEST_F(FloodingHelperBaseTest, DoesNothingUnderNoopAgentAndStopsOtherwise) {
 
 class LagWatcher : public Nox::NoxCommonSmData::NotifieeConst {
  public:
-  using NotifieeConst::NotifieeConst;
+  explicit LagWatcher(Vel::Ptr<Nox::NoxCommonSmData const> const& ncsd) : NotifieeConst(ncsd) {}
   void onLagToPort(IntfId const& lag) override { changed.push_back(lag.name()); }
   std::vector<std::string> changed;
 };

@@ -49,7 +49,7 @@ TEST(Keys, TextFormsNameTypeAndFieldsInOrder) {
 TEST(SetEntities, NotifyEachMemberChangeAndNothingForAbsentDeletes) {
   Vel::Ptr<Nox::TunnelIntfVlanSet> set(new Nox::TunnelIntfVlanSet(TunnelId(3)));
   struct Log : Nox::TunnelIntfVlanSet::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
+    explicit Log(Vel::Ptr<Nox::TunnelIntfVlanSet const> const& s) : NotifieeConst(s) {}
     void onIntfVlan(Nox::IntfVlanKey const& k) override { keys.push_back(k); }
     std::vector<Nox::IntfVlanKey> keys;
   } log(set);

@@ -7,7 +7,25 @@
 #include "tests/NoxEvpn/FloodSetTestUtil.h"
 #include "tests/NoxEvpn/TraceCapture.h"
 
+// What the tests read of the machine's own collections, and the reactor mutators they call to
+// provoke the null-member error.
+template <>
+struct Vel::Internals<Nox::EvpnVlanFloodSetSm> {
+  using Sm = Nox::EvpnVlanFloodSetSm;
+  static auto const& tunnelToFloodSetEntry(Sm const& sm) { return sm.tunnelToFloodSetEntryColl(); }
+  static auto const& hwInfoMapKeyToFloodSetEntry(Sm const& sm) {
+    return sm.hwInfoMapKeyToFloodSetEntryColl();
+  }
+  static auto const& mplsDestHwConfig(Sm const& sm) { return sm.mplsDestHwConfigColl(); }
+  static void vlanFloodSetStatusIsNull(Sm& sm) { sm.vlanFloodSetStatusIs(nullptr); }
+  static void floodSetIsNull(Sm& sm, Bridging::VlanId v) {
+    sm.vlanFloodSet(v)->floodSetIs(nullptr);
+  }
+};
+
 namespace {
+
+using Internals = Vel::Internals<Nox::EvpnVlanFloodSetSm>;
 
 using Lines = std::set<std::string>;
 using NoxTest::dest;
@@ -90,7 +108,7 @@ TEST_F(FloodSetSmTest, HardwareTunnelIdChangeUpdatesConfigsWithoutEmptyingThePai
   floodSet(101, 0x100)->destSetIs(dest("mpls/3/Tunnel6/1000"), true);
   start();
   struct PairWatch : Nox::EvpnVlanFloodSetHwConfig::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
+    explicit PairWatch(Vel::Ptr<Nox::EvpnVlanFloodSetHwConfig const> const& c) : NotifieeConst(c) {}
     void onConfig(Bridging::MacVlanPair const&) override { ++pairChanges; }
     int pairChanges = 0;
   } watch(hwConfig);
@@ -130,7 +148,7 @@ TEST_F(FloodSetSmTest, WatcherWithdrawingTheViaDuringAnUpdateLeavesNothingPublis
   hwInfos->mappingIs(via(5, 1000), hwInfo(2, "L2Intf2"));
   EXPECT_TRUE(render(*hwConfig).empty());
   EXPECT_EQ(hwConfig->configs(), 0u);
-  EXPECT_EQ(sm->mplsDestHwConfigs(), 0u);
+  EXPECT_EQ(Internals::mplsDestHwConfig(*sm).count(), 0u);
 
   // The destination waits for its via as any other and is published when it comes back.
   hwInfos->mappingIs(via(5, 1000), hwInfo(3, "L2Intf3"));
@@ -167,9 +185,9 @@ TEST_F(FloodSetSmTest, DepartingFloodSetsAndVlansRetractEveryConfigAndMapping) {
   in->vlanFloodSetDel(vlan(20));
   in->vlanFloodSetDel(vlan(10));
   EXPECT_EQ(hwConfig->configs(), 0u);
-  EXPECT_EQ(sm->tunnelToFloodSetEntrys(), 0u);
-  EXPECT_EQ(sm->hwInfoMapKeyToFloodSetEntrys(), 0u);
-  EXPECT_EQ(sm->mplsDestHwConfigs(), 0u);
+  EXPECT_EQ(Internals::tunnelToFloodSetEntry(*sm).count(), 0u);
+  EXPECT_EQ(Internals::hwInfoMapKeyToFloodSetEntry(*sm).count(), 0u);
+  EXPECT_EQ(Internals::mplsDestHwConfig(*sm).count(), 0u);
 }
 
 TEST_F(FloodSetSmTest, StartupRemovesConfigurationsLeftByAnEarlierInstance) {
@@ -209,10 +227,10 @@ TEST_F(FloodSetSmTest, TunnelIdPastFortyEightBitsRaisesTheRangeErrorToTheWriter)
 TEST_F(FloodSetSmTest, NullReactorMembersRaiseTheRangeError) {
   start();
   floodSet(10, 1);
-  NoxTest::expectRangeError([&] { sm->vlanFloodSetStatusIs(nullptr); },
+  NoxTest::expectRangeError([&] { Internals::vlanFloodSetStatusIsNull(*sm); },
                             "null _vlanFloodSetStatus parameter to mutator for "
                             "Nox::EvpnVlanFloodSetSm::vlanFloodSetStatus not allowed\"");
-  NoxTest::expectRangeError([&] { sm->vlanFloodSet(vlan(10))->floodSetIs(nullptr); },
+  NoxTest::expectRangeError([&] { Internals::floodSetIsNull(*sm, vlan(10)); },
                             "null _floodSet parameter to mutator for "
                             "Nox::EvpnVlanFloodSetSm::VelVlanFloodSet::floodSet not allowed\"");
 }
@@ -302,8 +320,8 @@ TEST_P(FloodSetSmProperty, InvariantsHoldAfterEveryStep) {
         for (auto [d, flag] : fs->destSetColl()) {
           ++inputDests;
           Nox::VlanMacDest const vmd(vv, mm, d);
-          auto byTunnel = sm->tunnelToFloodSetEntry(d.destDataMpls().tunnelId());
-          auto byVia = sm->hwInfoMapKeyToFloodSetEntry(
+          auto byTunnel = Internals::tunnelToFloodSetEntry(*sm).get(d.destDataMpls().tunnelId());
+          auto byVia = Internals::hwInfoMapKeyToFloodSetEntry(*sm).get(
               Nox::MplsFloodSetVia(d.destDataMpls().tunnelId(), d.destDataMpls().label));
           ASSERT_TRUE(byTunnel && byTunnel->vlanMacDestSetIsMemberOf(vmd)) << "step " << step;
           ASSERT_TRUE(byVia && byVia->vlanMacDestSetIsMemberOf(vmd)) << "step " << step;
@@ -311,10 +329,12 @@ TEST_P(FloodSetSmProperty, InvariantsHoldAfterEveryStep) {
       }
     }
     std::size_t byTunnelCount = 0;
-    for (auto [t, set] : sm->tunnelToFloodSetEntryColl()) byTunnelCount += set->vlanMacDestSets();
+    for (auto [t, set] : Internals::tunnelToFloodSetEntry(*sm)) {
+      byTunnelCount += set->vlanMacDestSets();
+    }
     ASSERT_EQ(byTunnelCount, inputDests);
     std::size_t published = 0;
-    for (auto [d, config] : sm->mplsDestHwConfigColl()) {
+    for (auto [d, config] : Internals::mplsDestHwConfig(*sm)) {
       auto pairConfig = hwConfig->config(d.pair());
       ASSERT_TRUE(pairConfig && pairConfig->mplsDestConfigIsMemberOf(config)) << "step " << step;
       ++published;

@@ -17,7 +17,7 @@ using Nox::TunnelIdToHwTunnelId;
 
 class Recorder : public Nox::TunnelIdToHwTunnelIdMapping::NotifieeConst {
  public:
-  using NotifieeConst::NotifieeConst;
+  explicit Recorder(Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping const> const& m) : NotifieeConst(m) {}
   void onTunnelIdToHwTunnelId(TunnelId const& key) override { keys.push_back(key.value()); }
   void onTunnelIdToHwTunnelId() override { ++collections; }
   std::vector<uint64_t> keys;

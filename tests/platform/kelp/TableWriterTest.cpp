@@ -78,6 +78,26 @@ TEST_F(WriterSide, NotifieesRunInRegistrationOrderAndMayLeaveWhileNotified) {
   EXPECT_EQ(staying.take(), "leaving k:1 k:2 collection");
 }
 
+TEST_F(WriterSide, NotifieeThatJoinsWhileNotifiedHearsOnlyLaterChanges) {
+  auto t = NumberTable::processNew(table("numbers"));
+  Recorder late;
+  struct Inviting : Kelp::TableNotifiee<std::uint64_t> {
+    Inviting(NumberTable* t, Recorder<>* l) : table(t), late(l) {}
+    NumberTable* table;
+    Recorder<>* late;
+    void onKey(std::uint64_t const& k) override {
+      if (k == 1) table->notifieeIs(late);
+      // A change made from inside the callback is a later change: the newcomer hears it.
+      if (k == 2) table->safeWrite(3, 3);
+    }
+  } inviting(t.ptr(), &late);
+  t->notifieeIs(&inviting);
+  t->safeWrite(1, 1);
+  EXPECT_EQ(late.take(), "");
+  t->safeWrite(2, 2);
+  EXPECT_EQ(late.take(), "k:3 k:2");
+}
+
 TEST_F(WriterSide, TablesThatCannotBeOpenedAsAskedAreRefused) {
   auto first = NumberTable::writerNew(table("numbers"));
   first->safeWrite(1, 10);

@@ -100,7 +100,7 @@ TEST(Dest, TunnelIdOfTheTunnelInterfaceIsRangeChecked) {
 TEST(FloodSet, FlagChangeOfAMemberIsAChangeOfThatMember) {
   auto fs = L2Rib::floodSetFactory(Gantry::EthAddr::fromValue(1));
   struct Log : L2Rib::FloodSet::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
+    explicit Log(Vel::Ptr<L2Rib::FloodSet const> const& f) : NotifieeConst(f) {}
     void onDestSet(Dest const& d) override { seen.push_back(d.stringValue()); }
     void onFloodSetType() override { seen.push_back("type"); }
     std::vector<std::string> seen;

@@ -1,8 +1,45 @@
 #include <gtest/gtest.h>
 
+#include <type_traits>
+
 #include "tests/platform/vel/TestEntities.h"
 
 namespace {
+
+// The accessor macros keep the access of the section they are written in, and what follows them
+// keeps it too; their storage can be read by anyone and changed only by its class.
+class Sections : public Vel::Entity {
+ public:
+  class NotifieeConst : public Vel::NotifieeConstOf<Sections> {
+   public:
+    using NotifieeConstOf::NotifieeConstOf;
+    virtual void onSecret() {}
+    virtual void onTag(int const&) {}
+  };
+  VEL_DESCRIBE("VelTest::Sections", "secret", "tag")
+
+ private:
+  VEL_SCALAR(secret, Secret, int, 0)
+  void afterPrivateMacro() {}
+
+ public:
+  VEL_VALUE_COLLECTION(tag, Tag, int, bool)
+};
+
+template <class T>
+concept SecretWritable = requires(T& t) { t.secretIs(1); };
+template <class T>
+concept PrivateAfterMacroCallable = requires(T& t) { t.afterPrivateMacro(); };
+template <class T>
+concept TagWritable = requires(T& t) { t.tagIs(1, true); };
+template <class T>
+concept TagStorageWritableFromOutside = requires(T& t) { t.tag_.erase(1, Vel::NoNotification()); };
+template <class T>
+concept NotifieeAttachableBare = std::is_constructible_v<typename T::NotifieeConst, Vel::Ptr<T const>>;
+
+static_assert(!SecretWritable<Sections> && !PrivateAfterMacroCallable<Sections>);
+static_assert(TagWritable<Sections> && !TagStorageWritableFromOutside<Sections>);
+static_assert(!NotifieeAttachableBare<Sections>);
 
 using VelTest::Leaf;
 using VelTest::LeafLog;
@@ -82,7 +119,7 @@ TEST(EntityCollection, RemovedMemberLivesOnWhileHeldAndTheRemovalIsVisibleInTheC
   Vel::Ptr<Tree> tree(new Tree);
   tree->leafIs(1)->tagIs(7, true);
   struct Watcher : Tree::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
+    explicit Watcher(Vel::Ptr<Tree const> const& t) : NotifieeConst(t) {}
     void onLeaf(int const& k) override { presentAtCallback = notifier()->leafIsMemberOf(k); }
     bool presentAtCallback = true;
   } watcher(tree);

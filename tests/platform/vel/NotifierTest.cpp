@@ -16,7 +16,7 @@ TEST(Notification, NotifieesAreCalledInRegistrationOrderAfterTheChangeIsVisible)
   TreeLog first(tree, &log, "a:");
   TreeLog second(tree, &log, "b:");
   struct Checker : Tree::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
+    explicit Checker(Vel::Ptr<Tree const> const& t) : NotifieeConst(t) {}
     void onLabel() override { seen = notifier()->label(); }
     std::string seen;
   } checker(tree);

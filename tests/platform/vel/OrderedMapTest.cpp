@@ -50,7 +50,7 @@ TEST(OrderedMap, RandomOperationsKeepInsertionOrderAndLookupsAcrossRebuilds) {
                 model.members.empty() ? -1 : model.members.front().first);
       int const probe = static_cast<int>(rng() % keyRange);
       auto it = model.find(probe);
-      int const* found = map.find(probe);
+      auto const found = map.find(probe);
       ASSERT_EQ(found ? *found : -1, it == model.members.end() ? -1 : it->second);
     }
   }
