@@ -12,6 +12,10 @@ World::World()
       hwInfo(Nox::hwInfoMappingFactory()),
       hwConfig(Nox::evpnVlanFloodSetHwConfigFactory()),
       hwStatus(Nox::evpnVlanFloodSetHwStatusFactory()),
-      tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")) {}
+      tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")),
+      lfib(Mpls::lfibStatusFactory("lfibStatus")),
+      lfibTracking(Mpls::lfibTrackingStatusFactory("lfibTrackingStatus")),
+      lfibHwStatus(Mpls::lfibHwStatusFactory("lfibHwStatus")),
+      decapHelper(new DecapHelper(&calls)) {}
 
 }  // namespace Noxsim
