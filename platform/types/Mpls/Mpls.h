@@ -91,6 +91,25 @@ class LfibViaKey {
 std::ostream& operator<<(std::ostream& os, LfibViaKey const& v);
 std::string valueToStrep(LfibViaKey const& v);
 
+}  // namespace Mpls
+// Kelp indexes keys through std::hash: labels and ids are already well spread.
+template <>
+struct std::hash<Mpls::RouteKey> {
+  std::size_t operator()(Mpls::RouteKey const& k) const noexcept { return k.label().value(); }
+};
+template <>
+struct std::hash<Mpls::LfibViaSetKey> {
+  std::size_t operator()(Mpls::LfibViaSetKey const& k) const noexcept { return k.value(); }
+};
+template <>
+struct std::hash<Mpls::LfibViaKey> {
+  std::size_t operator()(Mpls::LfibViaKey const& k) const noexcept {
+    return k.viaId() ^ (std::size_t(k.viaType()) << 56);
+  }
+};
+
+namespace Mpls {
+
 // A route's forwarding: the via set it uses.
 class LfibRoute {
  public:
@@ -224,3 +243,4 @@ Vel::Ptr<LfibTrackingStatus> lfibTrackingStatusFactory(Vel::Name name);
 Vel::Ptr<LfibHwStatus> lfibHwStatusFactory(Vel::Name name);
 
 }  // namespace Mpls
+
