@@ -51,6 +51,7 @@ class EsiFilteringDecapHelperStub : public EsiFilteringDecapHelper {
   VEL_DESCRIBE("NoxHelper::EsiFilteringDecapHelperStub", "createEsiPortMapRc",
                "createEsiPortMapCount", "createEsiPortMapLabel", "createEsiPortMapIntfId",
                "deleteEsiPortMapCount", "deleteEsiPortMapLabel", "deleteEsiPortMapIntfId")
+ public:
   VEL_SCALAR(createEsiPortMapRc, CreateEsiPortMapRc, Mpls::LfibHwProgrammingReturnCode,
              Mpls::lfibHwProgrammingSuccess)
  public:
