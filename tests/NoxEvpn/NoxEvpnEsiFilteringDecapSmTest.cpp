@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "tests/NoxEvpn/DecapTestUtil.h"
-#include "tests/NoxEvpn/TraceCapture.h"
 
 #if NOX_HAVE_RAPIDCHECK
 #include <rapidcheck/gtest.h>
@@ -67,19 +66,6 @@ TEST_F(DecapTest, ChangedInterfaceDeletesTheOldMapBeforeCreatingTheNew) {
   EXPECT_EQ(lastCreate(), "1000/Ethernet2");
   EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet2"}));
   EXPECT_FALSE(sm->intfRouteIsMemberOf(Gantry::IntfId("Ethernet1")));
-}
-
-TEST_F(DecapTest, ARouteWhoseFirstViaIsOfAnotherTypeKeepsItsMap) {
-  NoxTest::TraceCapture traces(5);
-  w.filterRoute(1000, "Ethernet1");
-  settle();
-  w.viaSet(1000, {Mpls::LfibViaKey(Mpls::LfibViaType(3), 1), filterVia(1000)});
-  w.touch(1000);
-  settle();
-  EXPECT_EQ(w.helper->deleteEsiPortMapCount(), 0u);
-  EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet1"}));
-  auto const texts = traces.traced();
-  EXPECT_NE(std::find(texts.begin(), texts.end(), "Skipping viaType 3"), texts.end());
 }
 
 TEST_F(DecapTest, DeletedRouteOrViaSetUndoesWhatTheRouteHad) {
@@ -145,51 +131,6 @@ TEST_F(DecapTest, RetryableCodesAreListedAndRetriedEveryIntervalUntilSuccess) {
   EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet1"}));
   EXPECT_TRUE(listed().empty());
   EXPECT_FALSE(sm->reviewUnprogrammed()->taskScheduled());
-}
-
-TEST_F(DecapTest, CodesAboveThreeAreNeitherProgrammedNorListed) {
-  w.helper->createEsiPortMapRcIs(Mpls::LfibHwProgrammingReturnCode(7));
-  w.filterRoute(1000, "Ethernet1");
-  settle();
-  advance(10.0);
-  EXPECT_EQ(w.helper->createEsiPortMapCount(), 1u);
-  EXPECT_TRUE(programmed(*sm).empty());
-  EXPECT_TRUE(listed().empty());
-}
-
-TEST_F(DecapTest, RouteArrivingBeforeItsFilterViaWaitsUnlisted) {
-  w.viaSet(1000, {filterVia(1000)});
-  w.route(1000, 1000);
-  w.touch(1000);
-  settle();
-  EXPECT_EQ(w.helper->createEsiPortMapCount(), 0u);
-  EXPECT_TRUE(listed().empty());
-  w.filter(1000, "Port-Channel7");
-  w.touch(1000);
-  settle();
-  EXPECT_EQ(programmed(*sm), (Lines{"1000 Port-Channel7"}));
-}
-
-TEST_F(DecapTest, LongPassesYieldAndResumeWhereTheyStopped) {
-  w.scheduler->yieldPolicyIs(new Cog::WorkQuantumYield(2));
-  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingNoResource);
-  for (uint32_t label = 100; label < 105; ++label) w.filterRoute(label, "Ethernet1");
-  w.filterRoute(200, "Ethernet2");
-  // Three slices of two keys, and the empty pass that the last deletions ask for.
-  EXPECT_EQ(w.scheduler->runReady(), 4u);
-  EXPECT_EQ(w.tracking->routeKeyBacklogs(), 0u);
-  EXPECT_EQ(listed().size(), 6u);
-
-  // A yielding retry pass waits a full interval, then goes on after the last route it tried,
-  // so routes that keep failing at the front do not starve the others.
-  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingSuccess);
-  advance(5.0);
-  EXPECT_EQ(programmed(*sm), (Lines{"100 Ethernet1"}));
-  EXPECT_EQ(sm->reviewUnprogrammed()->taskDue(), 10.0);
-  advance(5.0);
-  advance(5.0);
-  EXPECT_EQ(programmed(*sm), (Lines{"100 Ethernet1", "200 Ethernet2"}));
-  EXPECT_EQ(listed(), (Lines{"101 reason=1", "102 reason=1", "103 reason=1", "104 reason=1"}));
 }
 
 TEST_F(DecapTest, ANewInstanceStartsEmptyAndDrainsTheBacklogItFinds) {

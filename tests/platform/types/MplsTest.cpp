@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <vector>
-
 #include "platform/kelp/RecordRegistry.h"
 #include "platform/types/Mpls/Mpls.h"
 #include "platform/vel/Exception.h"
@@ -17,29 +15,6 @@ template <class T>
 std::string recordText(char const* typeName, T const& value) {
   Kelp::RecordCodec const* codec = Kelp::recordCodec(typeName);
   return codec ? codec->toText(&value) : "unregistered";
-}
-
-TEST(MplsTest, LfibTablesIterateInKeyOrderAndNotifyEveryWrite) {
-  auto lfib = Mpls::lfibStatusFactory("mplsTest.lfib");
-  struct Watcher : Mpls::LfibStatus::NotifieeConst {
-    using NotifieeConst::NotifieeConst;
-    void onEvpnEthernetSegmentFilterVia(LfibViaKey const& key) override { keys.push_back(key); }
-    std::vector<LfibViaKey> keys;
-  } watcher(lfib);
-  Mpls::LfibEvpnEthernetSegmentFilterVia const via(Gantry::IntfId("Ethernet1"));
-  for (LfibViaKey key : {LfibViaKey(LfibViaType(6), 2), LfibViaKey(LfibViaType(5), 9),
-                         LfibViaKey(LfibViaType(6), 1), LfibViaKey(LfibViaType(6), 1)}) {
-    lfib->evpnEthernetSegmentFilterViaIs(key, via);
-  }
-  EXPECT_EQ(watcher.keys.size(), 4u);
-  std::vector<std::string> order;
-  for (auto const& entry : lfib->evpnEthernetSegmentFilterViaColl()) {
-    order.push_back(valueToStrep(entry.key));
-  }
-  EXPECT_EQ(order, (std::vector<std::string>{"5/9", "6/1", "6/2"}));
-  EXPECT_EQ(lfib->evpnEthernetSegmentFilterVia(LfibViaKey(LfibViaType(6), 3)),
-            Mpls::LfibEvpnEthernetSegmentFilterVia());
-  EXPECT_TRUE(lfib->routeDel(route(5)) == false);
 }
 
 TEST(MplsTest, RecordsPrintInTheirTextFormForTableReaders) {
