@@ -22,6 +22,7 @@ std::vector<CommandEntry> commandTable() {
       checkCommands(),
       tunnelCommands(),
       evpnCommands(),
+      decapCommands(),
   };
   std::vector<CommandEntry> table;
   for (auto const& family : families) table.insert(table.end(), family.begin(), family.end());

@@ -54,5 +54,6 @@ std::vector<CommandEntry> agentCommands();
 std::vector<CommandEntry> checkCommands();
 std::vector<CommandEntry> tunnelCommands();
 std::vector<CommandEntry> evpnCommands();
+std::vector<CommandEntry> decapCommands();
 
 }  // namespace Noxsim

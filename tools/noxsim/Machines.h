@@ -37,5 +37,6 @@ int machineIndex(std::string_view name);
 MachineWiring filterMachine();
 MachineWiring floodSetMachine();
 MachineWiring esiMachine();
+MachineWiring decapMachine();
 
 }  // namespace Noxsim

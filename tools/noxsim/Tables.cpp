@@ -17,6 +17,7 @@ std::vector<TableEntry> const& tableRegistry() {
         agentTables(),
         tunnelTables(),
         esiTables(),
+        decapTables(),
     };
     std::vector<TableEntry> joined;
     for (auto const& family : families) joined.insert(joined.end(), family.begin(), family.end());

@@ -38,5 +38,6 @@ std::vector<TableEntry> floodSetTables();
 std::vector<TableEntry> agentTables();
 std::vector<TableEntry> tunnelTables();
 std::vector<TableEntry> esiTables();
+std::vector<TableEntry> decapTables();
 
 }  // namespace Noxsim

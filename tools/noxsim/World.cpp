@@ -17,6 +17,10 @@ World::World()
       tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")),
       evpnStatus(Evpn::evpnStatusFactory()),
       ncsd(Nox::noxCommonSmDataFactory("ncsd")),
-      floodingHelper(new LoggingFloodingHelper(&calls)) {}
+      floodingHelper(new LoggingFloodingHelper(&calls)),
+      lfib(Mpls::lfibStatusFactory("lfibStatus")),
+      lfibTracking(Mpls::lfibTrackingStatusFactory("lfibTrackingStatus")),
+      lfibHwStatus(Mpls::lfibHwStatusFactory("lfibHwStatus")),
+      decapHelper(new DecapHelper(&calls)) {}
 
 }  // namespace Noxsim

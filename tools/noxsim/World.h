@@ -16,6 +16,8 @@
 #include "platform/cog/TaskScheduler.h"
 #include "platform/types/Evpn/Evpn.h"
 #include "platform/types/L2Rib/L2Rib.h"
+#include "platform/types/Mpls/Mpls.h"
+#include "tools/noxsim/DecapHelper.h"
 
 namespace Noxsim {
 
@@ -42,6 +44,12 @@ struct World {
   Vel::Ptr<Nox::NoxCommonSmData> ncsd;
   // The flooding helper stub esi and dot1q share; it logs its calls to `calls`.
   Vel::Ptr<NoxHelper::EvpnFloodingSmHelperStub> floodingHelper;
+  // The LFIB and its backlog of changed routes (written by the emulated LFIB owner), the routes'
+  // hardware status (written by decap) and decap's helper; Kelp tables, shared with --shm.
+  Vel::Ptr<Mpls::LfibStatus> lfib;
+  Vel::Ptr<Mpls::LfibTrackingStatus> lfibTracking;
+  Vel::Ptr<Mpls::LfibHwStatus> lfibHwStatus;
+  Vel::Ptr<DecapHelper> decapHelper;
 
   // Hardware-helper calls since the log was last shown, one line each in call order.
   std::vector<std::string> calls;

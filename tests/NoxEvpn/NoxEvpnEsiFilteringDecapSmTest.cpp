@@ -1,0 +1,268 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <optional>
+#include <tuple>
+#include <vector>
+
+#include "tests/NoxEvpn/DecapTestUtil.h"
+
+#if NOX_HAVE_RAPIDCHECK
+#include <rapidcheck/gtest.h>
+#endif
+
+namespace {
+
+using Lines = std::set<std::string>;
+using NoxTest::filterVia;
+using NoxTest::programmed;
+using NoxTest::routeKey;
+using NoxTest::unprogrammed;
+
+class DecapTest : public ::testing::Test {
+ protected:
+  void SetUp() override { sm = w.start(); }
+  void settle() { w.scheduler->runReady(); }
+  void advance(double seconds) { w.scheduler->advanceBy(seconds); }
+  Lines listed() { return unprogrammed(*w.hwStatus); }
+  std::string lastCreate() {
+    return w.helper->createEsiPortMapLabel().stringValue() + "/" +
+           w.helper->createEsiPortMapIntfId().name();
+  }
+  std::string lastDelete() {
+    return w.helper->deleteEsiPortMapLabel().stringValue() + "/" +
+           w.helper->deleteEsiPortMapIntfId().name();
+  }
+
+  NoxTest::DecapWorld w;
+  Vel::Ptr<Nox::EsiFilteringDecapSm> sm;
+};
+
+TEST_F(DecapTest, FirstFilterViaOfARouteIsProgrammedAndTheBacklogDrained) {
+  w.filter(1, "Ethernet1");
+  w.filter(2, "Ethernet2");
+  w.viaSet(7, {filterVia(1), filterVia(2), Mpls::LfibViaKey(Mpls::LfibViaType(5), 9)});
+  w.route(1000, 7);
+  w.touch(1000);
+  settle();
+  EXPECT_EQ(w.helper->createEsiPortMapCount(), 1u);
+  EXPECT_EQ(lastCreate(), "1000/Ethernet1");
+  EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet1"}));
+  EXPECT_EQ(sm->intfRoute(Gantry::IntfId("Ethernet1")), routeKey(1000));
+  EXPECT_TRUE(listed().empty());
+  EXPECT_EQ(w.tracking->routeKeyBacklogs(), 0u);
+  EXPECT_FALSE(sm->reviewUnprogrammed()->taskScheduled());
+}
+
+TEST_F(DecapTest, ChangedInterfaceDeletesTheOldMapBeforeCreatingTheNew) {
+  w.filterRoute(1000, "Ethernet1");
+  settle();
+  w.filter(1000, "Ethernet2");
+  w.touch(1000);
+  settle();
+  EXPECT_EQ(w.helper->deleteEsiPortMapCount(), 1u);
+  EXPECT_EQ(lastDelete(), "1000/Ethernet1");
+  EXPECT_EQ(w.helper->createEsiPortMapCount(), 2u);
+  EXPECT_EQ(lastCreate(), "1000/Ethernet2");
+  EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet2"}));
+  EXPECT_FALSE(sm->intfRouteIsMemberOf(Gantry::IntfId("Ethernet1")));
+}
+
+TEST_F(DecapTest, DeletedRouteOrViaSetUndoesWhatTheRouteHad) {
+  w.filterRoute(1000, "Ethernet1");
+  settle();
+  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingBusy);
+  w.filterRoute(2000, "Ethernet2");
+  settle();
+  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingSuccess);
+  EXPECT_EQ(listed(), (Lines{"2000 reason=3"}));
+
+  w.lfib->routeDel(routeKey(1000));
+  w.touch(1000);
+  w.lfib->viaSetDel(Mpls::LfibViaSetKey(2000));
+  w.touch(2000);
+  settle();
+  EXPECT_EQ(w.helper->deleteEsiPortMapCount(), 1u);
+  EXPECT_EQ(lastDelete(), "1000/Ethernet1");
+  EXPECT_TRUE(programmed(*sm).empty());
+  EXPECT_FALSE(sm->intfRouteIsMemberOf(Gantry::IntfId("Ethernet1")));
+  EXPECT_TRUE(listed().empty());
+}
+
+TEST_F(DecapTest, SecondRouteOnAnInterfaceWaitsAsAConflictUntilTheFirstGoes) {
+  w.filterRoute(1000, "Ethernet1");
+  w.filterRoute(2000, "Ethernet1");
+  settle();
+  EXPECT_EQ(w.helper->createEsiPortMapCount(), 1u);
+  EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet1"}));
+  EXPECT_EQ(listed(), (Lines{"2000 reason=1"}));
+
+  advance(5.0);
+  EXPECT_EQ(w.helper->createEsiPortMapCount(), 1u);
+  EXPECT_EQ(listed(), (Lines{"2000 reason=1"}));
+
+  w.lfib->routeDel(routeKey(1000));
+  w.touch(1000);
+  settle();
+  advance(5.0);
+  EXPECT_EQ(programmed(*sm), (Lines{"2000 Ethernet1"}));
+  EXPECT_TRUE(listed().empty());
+  EXPECT_FALSE(sm->reviewUnprogrammed()->taskScheduled());
+}
+
+TEST_F(DecapTest, RetryableCodesAreListedAndRetriedEveryIntervalUntilSuccess) {
+  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingNoResource);
+  w.filterRoute(1000, "Ethernet1");
+  settle();
+  EXPECT_EQ(listed(), (Lines{"1000 reason=2"}));
+  EXPECT_EQ(sm->reviewUnprogrammed()->taskDue(), 5.0);
+
+  advance(4.9);
+  EXPECT_EQ(w.helper->createEsiPortMapCount(), 1u);
+  advance(0.1);
+  EXPECT_EQ(w.helper->createEsiPortMapCount(), 2u);
+  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingBusy);
+  advance(5.0);
+  EXPECT_EQ(w.helper->createEsiPortMapCount(), 3u);
+  EXPECT_EQ(listed(), (Lines{"1000 reason=3"}));
+
+  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingSuccess);
+  advance(5.0);
+  EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet1"}));
+  EXPECT_TRUE(listed().empty());
+  EXPECT_FALSE(sm->reviewUnprogrammed()->taskScheduled());
+}
+
+TEST_F(DecapTest, ANewInstanceStartsEmptyAndDrainsTheBacklogItFinds) {
+  w.filterRoute(1000, "Ethernet1");
+  w.filterRoute(2000, "Ethernet2");
+  settle();
+  sm = nullptr;
+  w.touch(1000);
+  w.touch(2000);
+  sm = w.start();
+  EXPECT_TRUE(programmed(*sm).empty());
+  settle();
+  EXPECT_EQ(w.helper->createEsiPortMapCount(), 4u);
+  EXPECT_EQ(w.helper->deleteEsiPortMapCount(), 0u);
+  EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet1", "2000 Ethernet2"}));
+  EXPECT_EQ(w.tracking->routeKeyBacklogs(), 0u);
+}
+
+TEST_F(DecapTest, BrokenInvariantsStopTheProcess) {
+  w.viaSet(1, {Mpls::LfibViaKey()});
+  w.route(1000, 1);
+  w.touch(1000);
+  EXPECT_DEATH(settle(), "!!viaKey");
+  EXPECT_DEATH(sm->processRouteKeyBacklog(routeKey(2000)),
+               "backlogIter.isMemberOf\\( routeKey \\)");
+  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingConflict);
+  w.filter(2, "Ethernet2");
+  w.viaSet(1, {filterVia(2)});
+  EXPECT_DEATH(settle(), "Unexpected rc. Conflict detection logic is already done in Nox");
+  EXPECT_DEATH(Nox::esiFilteringDecapSmFactory(w.helper, w.lfib, w.scheduler, w.tracking, nullptr),
+               "lfibHwStatus\\(\\)");
+}
+
+}  // namespace
+
+#if NOX_HAVE_RAPIDCHECK
+
+namespace {
+
+// The hardware as the helper's calls leave it: one port map per interface at most.
+class HardwareModel : public NoxHelper::EsiFilteringDecapHelperStub {
+ public:
+  HardwareModel() : EsiFilteringDecapHelperStub("hardware") {}
+  Mpls::LfibHwProgrammingReturnCode createEsiPortMap(Gantry::MplsLabel label,
+                                                     Gantry::IntfId intf) override {
+    auto const rc = EsiFilteringDecapHelperStub::createEsiPortMap(label, intf);
+    if (rc == Mpls::lfibHwProgrammingSuccess) consistent &= maps.emplace(intf, label).second;
+    return rc;
+  }
+  void deleteEsiPortMap(Gantry::MplsLabel label, Gantry::IntfId intf) override {
+    EsiFilteringDecapHelperStub::deleteEsiPortMap(label, intf);
+    auto const it = maps.find(intf);
+    consistent &= it != maps.end() && it->second == label;
+    if (it != maps.end()) maps.erase(it);
+  }
+  std::map<Gantry::IntfId, Gantry::MplsLabel> maps;
+  bool consistent = true;
+};
+
+enum DecapOp { routeSet, routeDel, viaSetSet, viaSetDel, filterSet, filterDel, codeSet, runOp, ops };
+
+// The interface a route filters on by its first via, if any.
+std::optional<Gantry::IntfId> filteredIntf(Mpls::LfibStatus const& lfib, Mpls::RouteKey key) {
+  Mpls::LfibViaSet const viaSet = lfib.viaSet(lfib.route(key).viaSetKey());
+  if (viaSet.viaKeys() == 0) return std::nullopt;
+  auto const via = lfib.evpnEthernetSegmentFilterVia(viaSet.viaKey(0));
+  if (via.intfId().empty()) return std::nullopt;
+  return via.intfId();
+}
+
+}  // namespace
+
+RC_GTEST_PROP(DecapProperty, SettledPortMapsGoToOneFilteringRouteAndListTheOthersAsConflicts,
+              ()) {
+  // Full-size choices from the first run on (inRange scales with the run's size), and long
+  // enough sequences that routes come and go on shared interfaces.
+  auto const length = *rc::gen::resize(rc::kNominalSize, rc::gen::inRange<std::size_t>(10, 80));
+  auto const steps = *rc::gen::container<std::vector<std::tuple<int, int, int, int>>>(
+      length, rc::gen::resize(rc::kNominalSize,
+                              rc::gen::tuple(rc::gen::inRange(0, int(ops)), rc::gen::inRange(0, 4),
+                                             rc::gen::inRange(0, 3), rc::gen::inRange(0, 3))));
+  NoxTest::DecapWorld w;
+  Vel::Ptr<HardwareModel> hardware = new HardwareModel;
+  auto const sm = Nox::esiFilteringDecapSmFactory(hardware, w.lfib, w.scheduler, w.tracking,
+                                                  w.hwStatus);
+  static constexpr Mpls::LfibHwProgrammingReturnCode codes[] = {
+      Mpls::lfibHwProgrammingSuccess, Mpls::lfibHwProgrammingNoResource,
+      Mpls::lfibHwProgrammingBusy};
+  auto const touchAll = [&w] {
+    for (auto const& entry : w.lfib->routeColl()) w.tracking->routeKeyBacklogIs(entry.key, true);
+  };
+  for (auto const& [op, a, b, c] : steps) {
+    uint32_t const label = 100 + a;
+    switch (op) {
+      // Via set 0 would make the route read as the default, missing one.
+      case routeSet: w.route(label, b + 1); w.touch(label); break;
+      case routeDel: if (w.lfib->routeDel(routeKey(label))) w.touch(label); break;
+      // The first via filters; the later ones are of another type and never count.
+      case viaSetSet:
+        w.viaSet(b + 1, {filterVia(c), Mpls::LfibViaKey(Mpls::LfibViaType(5), a)});
+        touchAll();
+        break;
+      case viaSetDel: w.lfib->viaSetDel(Mpls::LfibViaSetKey(b + 1)); touchAll(); break;
+      case filterSet: w.filter(b, ("Ethernet" + std::to_string(c)).c_str()); touchAll(); break;
+      case filterDel: w.lfib->evpnEthernetSegmentFilterViaDel(filterVia(b)); touchAll(); break;
+      case codeSet: hardware->createEsiPortMapRcIs(codes[c]); break;
+      case runOp: w.scheduler->advanceBy(2.0 * a); break;
+    }
+  }
+  hardware->createEsiPortMapRcIs(Mpls::lfibHwProgrammingSuccess);
+  w.scheduler->runReady();
+  w.scheduler->advanceBy(5.0);
+
+  RC_ASSERT(hardware->consistent);
+  RC_ASSERT(w.tracking->routeKeyBacklogs() == 0u);
+  std::map<Gantry::IntfId, Gantry::MplsLabel> recorded;
+  for (auto const& [key, via] : sm->routeEsiFilterViaColl()) recorded[via.intfId()] = key.label();
+  RC_ASSERT(recorded == hardware->maps);
+  for (auto const& entry : w.lfib->routeColl()) {
+    auto const intf = filteredIntf(*w.lfib, entry.key);
+    bool const owner = intf && hardware->maps.count(*intf) && hardware->maps[*intf] == entry.key.label();
+    if (!intf || owner) {
+      RC_ASSERT(!w.hwStatus->unprogrammedRouteIsMemberOf(entry.key));
+    } else {
+      RC_ASSERT(hardware->maps.count(*intf) == 1u);
+      RC_ASSERT(w.hwStatus->unprogrammedRoute(entry.key) == Mpls::lfibHwProgrammingConflict);
+    }
+    if (!intf) RC_ASSERT(!sm->routeEsiFilterViaIsMemberOf(entry.key));
+  }
+  for (auto const& [intf, label] : hardware->maps) {
+    RC_ASSERT(filteredIntf(*w.lfib, Mpls::RouteKey(label)) == intf);
+  }
+}
+
+#endif
