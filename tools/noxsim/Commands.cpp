@@ -21,6 +21,7 @@ std::vector<CommandEntry> commandTable() {
       agentCommands(),
       checkCommands(),
       tunnelCommands(),
+      macFecCommands(),
   };
   std::vector<CommandEntry> table;
   for (auto const& family : families) table.insert(table.end(), family.begin(), family.end());

@@ -53,5 +53,6 @@ std::vector<CommandEntry> floodSetCommands();
 std::vector<CommandEntry> agentCommands();
 std::vector<CommandEntry> checkCommands();
 std::vector<CommandEntry> tunnelCommands();
+std::vector<CommandEntry> macFecCommands();
 
 }  // namespace Noxsim

@@ -16,6 +16,7 @@ std::vector<TableEntry> const& tableRegistry() {
         floodSetTables(),
         agentTables(),
         tunnelTables(),
+        macFecTables(),
     };
     std::vector<TableEntry> joined;
     for (auto const& family : families) joined.insert(joined.end(), family.begin(), family.end());

@@ -12,6 +12,13 @@ World::World()
       hwInfo(Nox::hwInfoMappingFactory()),
       hwConfig(Nox::evpnVlanFloodSetHwConfigFactory()),
       hwStatus(Nox::evpnVlanFloodSetHwStatusFactory()),
-      tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")) {}
+      tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")),
+      l2ribLabels(L2Rib::labelOutputFactory("l2RibLabel")),
+      l2ribLbs(L2Rib::loadBalanceOutputFactory("l2RibLoadBalance")),
+      l2ribDests(L2Rib::destOutputFactory("l2RibDest")),
+      l2ribHosts(L2Rib::hostOutputFactory("l2RibHost")),
+      macFecRequest(Nox::fecIdToHwFecIdRequestFactory("macFecRequest")),
+      macFecResponse(Nox::fecIdToHwFecIdResponseFactory("macFecResponse")),
+      objTupleHwIds(Nox::objTupleToHwIdFactory("objTupleToHwId")) {}
 
 }  // namespace Noxsim
