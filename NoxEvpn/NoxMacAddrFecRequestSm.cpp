@@ -441,9 +441,24 @@ void NoxMacAddrFecRequestSm::handleHwFecIdResponse() {
 
 // ---- Maps ----
 
+// Most re-evaluations (another host on the same tuple) find the children as they were.
+template <class Children>
+bool NoxMacAddrFecRequestSm::sameChildren(ObjTuple const& objTuple,
+                                          Children const& children) const {
+  ObjTupleSet const* forward = nextHopForwardMapColl().find(objTuple);
+  if (!forward) return false;
+  std::size_t count = 0;
+  for (ObjTuple const& child : children) {
+    if (!forward->objTupleIsMemberOf(child)) return false;
+    ++count;
+  }
+  return count == forward->objTuples();
+}
+
 template <class Children>
 void NoxMacAddrFecRequestSm::updateForwardMap(ObjTuple const& objTuple, Children const& children,
                                               bool deleted) {
+  if (!deleted && sameChildren(objTuple, children)) return;
   if (auto forward = nextHopForwardMap(objTuple)) {
     for (auto [child, flag] : forward->objTupleColl()) {
       auto reverse = nextHopReverseMap(child);
@@ -618,8 +633,13 @@ Fec NoxMacAddrFecRequestSm::buildFecForLabel(Label const& label, LabelId labelId
 
 void NoxMacAddrFecRequestSm::addFec(Fec const& fec, ObjTuple const& objTuple) {
   NOX_TRACE_ENTRY("addFec ObjTuple:{} Fec{}", objTuple, fec);
-  fecRequest_->fecIs(fec);
-  fecRequest_->objTupleToFecIdIs(ObjTupleAndFecId(objTuple, fec.fecId()));
+  // An equal record changes nothing for the programmer: most re-evaluations (another host on
+  // the same tuple) rebuild the FEC as it stands, and are not published again.
+  if (!(fecRequest_->fec(fec.fecId()) == fec)) fecRequest_->fecIs(fec);
+  ObjTupleAndFecId const binding(objTuple, fec.fecId());
+  if (!(fecRequest_->objTupleToFecId(objTuple) == binding)) {
+    fecRequest_->objTupleToFecIdIs(binding);
+  }
   fecCacheIs(fec.fecId(), true);
   objTupleCacheIs(objTuple, true);
   maybeUpdateFecRequest(objTuple, false);
@@ -651,7 +671,7 @@ void NoxMacAddrFecRequestSm::maybeUpdateFecRequest(ObjTuple const& objTuple, boo
 
 void NoxMacAddrFecRequestSm::makeFecRequest(ObjTuple const& objTuple, FecId fecId) {
   fecRequestReverseMapIs(fecId, objTuple);
-  fecRequest_->hwFecIdRequestIs(fecId);
+  if (!fecRequest_->hwFecIdRequestIsMemberOf(fecId)) fecRequest_->hwFecIdRequestIs(fecId);
   fecRequestCacheIs(objTuple, fecId);
   NOX_TRACE_CHANGE("Making Fec request:{}", fecId);
 }

@@ -283,6 +283,8 @@ class NoxMacAddrFecRequestSm : public Vel::PtrInterface, public Vel::Described {
                                     ObjTuple const& objTuple);
   // The tuple's children become `children` (none when deleted).
   template <class Children>
+  bool sameChildren(ObjTuple const& objTuple, Children const& children) const;
+  template <class Children>
   void updateForwardMap(ObjTuple const& objTuple, Children const& children, bool deleted);
   FecId getFecId(ObjTuple const& objTuple);
   FecId idToFecId(int64_t id) const;
