@@ -413,9 +413,9 @@ void NoxMacAddrFecRequestSm::handleDest(DestId const& destId) {
 void NoxMacAddrFecRequestSm::handleHwFecIdResponse(FecId const& fecId) {
   NOX_TRACE_ENTRY("handleHwFecIdResponse FecId:{}", fecId);
   if (!initialized()) return;
-  ObjTuple const* objTuple = fecRequestReverseMapColl().find(fecId);
+  ObjTuple const* requested = fecRequestReverseMapColl().find(fecId);
   bool const present = fecResponse_->hwFecIdIsMemberOf(fecId);
-  if (!objTuple) {
+  if (!requested) {
     if (present) {
       NOX_TRACE_CHANGE("Got stale response for FecId:{}", fecId);
     } else {
@@ -423,10 +423,11 @@ void NoxMacAddrFecRequestSm::handleHwFecIdResponse(FecId const& fecId) {
     }
     return;
   }
+  ObjTuple const objTuple = *requested;  // the writes below notify
   if (present) {
-    objTupleToHwIdMap_->hwIdIs(*objTuple, fecResponse_->hwFecId(fecId).hwFecId());
+    objTupleToHwIdMap_->hwIdIs(objTuple, fecResponse_->hwFecId(fecId).hwFecId());
   } else {
-    objTupleToHwIdMap_->hwIdDel(*objTuple);
+    objTupleToHwIdMap_->hwIdDel(objTuple);
   }
 }
 
