@@ -23,6 +23,7 @@ std::vector<CommandEntry> commandTable() {
       tunnelCommands(),
       evpnCommands(),
       decapCommands(),
+      macFecCommands(),
   };
   std::vector<CommandEntry> table;
   for (auto const& family : families) table.insert(table.end(), family.begin(), family.end());

@@ -55,5 +55,6 @@ std::vector<CommandEntry> checkCommands();
 std::vector<CommandEntry> tunnelCommands();
 std::vector<CommandEntry> evpnCommands();
 std::vector<CommandEntry> decapCommands();
+std::vector<CommandEntry> macFecCommands();
 
 }  // namespace Noxsim

@@ -10,6 +10,7 @@ std::vector<MachineWiring> const& machineTable() {
       floodSetMachine(),
       esiMachine(),
       decapMachine(),
+      macFecMachine(),
   };
   return table;
 }

@@ -38,5 +38,6 @@ MachineWiring filterMachine();
 MachineWiring floodSetMachine();
 MachineWiring esiMachine();
 MachineWiring decapMachine();
+MachineWiring macFecMachine();
 
 }  // namespace Noxsim

@@ -24,6 +24,10 @@ Sim::Sim(std::ostream& out, std::ostream& err, bool quiet)
       hwAgent_(new HwAgent(world_)),
       outsideAgents_{hwAgent_.get()},
       machines_(machineTable().size()) {
+  for (auto const& wiring : fecProgrammerTable()) {
+    fecProgrammers_.push_back(std::make_unique<FecProgrammer>(world_, wiring));
+    outsideAgents_.push_back(fecProgrammers_.back().get());
+  }
   Trace::sinkAdd(traceTap_);
 }
 

@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/noxsim/FecProgrammer.h"
 #include "tools/noxsim/HwAgent.h"
 #include "tools/noxsim/Machines.h"
 #include "tools/noxsim/TraceTap.h"
@@ -37,6 +38,8 @@ class Sim {
   bool quiet() const { return quiet_; }
   TraceTap& traceTap() { return *traceTap_; }
   HwAgent& hwAgent() { return *hwAgent_; }
+  // The FEC programmer of the wiring at `index` in fecProgrammerTable().
+  FecProgrammer& fecProgrammer(std::size_t index) { return *fecProgrammers_[index]; }
 
   // Machines, by index in machineTable().
   bool running(int machine) const { return bool(machines_[machine]); }
@@ -79,6 +82,7 @@ class Sim {
   World world_;
   Vel::Ptr<TraceTap> traceTap_;
   std::unique_ptr<HwAgent> hwAgent_;
+  std::vector<std::unique_ptr<FecProgrammer>> fecProgrammers_;
   // Reacting in this order after every command.
   std::vector<OutsideAgent*> outsideAgents_;
   std::vector<Vel::Ptr<Vel::PtrInterface>> machines_;

@@ -18,6 +18,7 @@ std::vector<TableEntry> const& tableRegistry() {
         tunnelTables(),
         esiTables(),
         decapTables(),
+        macFecTables(),
     };
     std::vector<TableEntry> joined;
     for (auto const& family : families) joined.insert(joined.end(), family.begin(), family.end());

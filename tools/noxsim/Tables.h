@@ -39,5 +39,6 @@ std::vector<TableEntry> agentTables();
 std::vector<TableEntry> tunnelTables();
 std::vector<TableEntry> esiTables();
 std::vector<TableEntry> decapTables();
+std::vector<TableEntry> macFecTables();
 
 }  // namespace Noxsim

@@ -21,6 +21,13 @@ World::World()
       lfib(Mpls::lfibStatusFactory("lfibStatus")),
       lfibTracking(Mpls::lfibTrackingStatusFactory("lfibTrackingStatus")),
       lfibHwStatus(Mpls::lfibHwStatusFactory("lfibHwStatus")),
-      decapHelper(new DecapHelper(&calls)) {}
+      decapHelper(new DecapHelper(&calls)),
+      l2ribLabels(L2Rib::labelOutputFactory("l2RibLabel")),
+      l2ribLbs(L2Rib::loadBalanceOutputFactory("l2RibLoadBalance")),
+      l2ribDests(L2Rib::destOutputFactory("l2RibDest")),
+      l2ribHosts(L2Rib::hostOutputFactory("l2RibHost")),
+      macFecRequest(Nox::fecIdToHwFecIdRequestFactory("macFecRequest")),
+      macFecResponse(Nox::fecIdToHwFecIdResponseFactory("macFecResponse")),
+      objTupleHwIds(Nox::objTupleToHwIdFactory("objTupleToHwId")) {}
 
 }  // namespace Noxsim

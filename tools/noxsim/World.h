@@ -12,6 +12,7 @@
 #include "NoxEvpn/NoxCommon.h"
 #include "NoxEvpn/NoxEvpnFloodingSmHelper.h"
 #include "NoxEvpn/NoxEvpnVlanFloodSet.h"
+#include "NoxEvpn/NoxMacAddrFecRequestSm.h"
 #include "platform/cog/Clock.h"
 #include "platform/cog/TaskScheduler.h"
 #include "platform/types/Evpn/Evpn.h"
@@ -50,6 +51,15 @@ struct World {
   Vel::Ptr<Mpls::LfibTrackingStatus> lfibTracking;
   Vel::Ptr<Mpls::LfibHwStatus> lfibHwStatus;
   Vel::Ptr<DecapHelper> decapHelper;
+  // Layer-2 RIB resolution tables (inputs of macfec), its FEC requests and the FEC programmer's
+  // responses, and the object-tuple hardware ids it writes.
+  Vel::Ptr<L2Rib::LabelOutput> l2ribLabels;
+  Vel::Ptr<L2Rib::LoadBalanceOutput> l2ribLbs;
+  Vel::Ptr<L2Rib::DestOutput> l2ribDests;
+  Vel::Ptr<L2Rib::HostOutput> l2ribHosts;
+  Vel::Ptr<Nox::FecIdToHwFecIdRequest> macFecRequest;
+  Vel::Ptr<Nox::FecIdToHwFecIdResponse> macFecResponse;
+  Vel::Ptr<Nox::ObjTupleToHwId> objTupleHwIds;
 
   // Hardware-helper calls since the log was last shown, one line each in call order.
   std::vector<std::string> calls;

@@ -14,7 +14,7 @@
 #include <ostream>
 #include <string>
 
-#include "platform/kelp/VelKelpCollection.h"
+#include "platform/kelp/VelKelpEntity.h"
 #include "platform/types/Gantry/Gantry.h"
 #include "platform/vel/Entity.h"
 
@@ -163,7 +163,7 @@ std::ostream& operator<<(std::ostream& os, LfibEvpnEthernetSegmentFilterVia cons
 void traceAppend(std::string& out, LfibEvpnEthernetSegmentFilterVia const& v);
 
 // The LFIB, written by the MPLS agent.
-class LfibStatus : public Vel::Entity {
+class LfibStatus : public VelKelp::TableEntity {
  public:
   class NotifieeConst : public Vel::NotifieeConstOf<LfibStatus> {
    public:
@@ -175,13 +175,9 @@ class LfibStatus : public Vel::Entity {
     virtual void onEvpnEthernetSegmentFilterVia(LfibViaKey const&) {}
     virtual void onEvpnEthernetSegmentFilterVia() {}
   };
-  explicit LfibStatus(Vel::Name name) : name_(std::move(name)) {}
-  Vel::Name const& name() const { return name_; }
+  explicit LfibStatus(Vel::Name name) : TableEntity(std::move(name)) {}
 
   VEL_DESCRIBE("Mpls::LfibStatus", "route", "viaSet", "evpnEthernetSegmentFilterVia")
-
- private:
-  Vel::Name const name_;
 
  public:
   VELKELP_COLLECTION(route, Route, RouteKey, LfibRoute)
@@ -196,7 +192,7 @@ class LfibStatus : public Vel::Entity {
 
 // The backlog of route keys whose LFIB state changed: the LFIB's owner adds them, the machine
 // that handles a key removes it.
-class LfibTrackingStatus : public Vel::Entity {
+class LfibTrackingStatus : public VelKelp::TableEntity {
  public:
   class NotifieeConst : public Vel::NotifieeConstOf<LfibTrackingStatus> {
    public:
@@ -205,20 +201,16 @@ class LfibTrackingStatus : public Vel::Entity {
     virtual void onRouteKeyBacklog() {}
     virtual void onRouteKeyBacklogvelImmediate() {}
   };
-  explicit LfibTrackingStatus(Vel::Name name) : name_(std::move(name)) {}
-  Vel::Name const& name() const { return name_; }
+  explicit LfibTrackingStatus(Vel::Name name) : TableEntity(std::move(name)) {}
 
   VEL_DESCRIBE("Mpls::LfibTrackingStatus", "routeKeyBacklog")
-
- private:
-  Vel::Name const name_;
 
  public:
   VELKELP_COLLECTION(routeKeyBacklog, RouteKeyBacklog, RouteKey, bool)
 };
 
 // The routes whose hardware programming failed, each with the reason.
-class LfibHwStatus : public Vel::Entity {
+class LfibHwStatus : public VelKelp::TableEntity {
  public:
   class NotifieeConst : public Vel::NotifieeConstOf<LfibHwStatus> {
    public:
@@ -226,13 +218,9 @@ class LfibHwStatus : public Vel::Entity {
     virtual void onUnprogrammedRoute(RouteKey const&) {}
     virtual void onUnprogrammedRoute() {}
   };
-  explicit LfibHwStatus(Vel::Name name) : name_(std::move(name)) {}
-  Vel::Name const& name() const { return name_; }
+  explicit LfibHwStatus(Vel::Name name) : TableEntity(std::move(name)) {}
 
   VEL_DESCRIBE("Mpls::LfibHwStatus", "unprogrammedRoute")
-
- private:
-  Vel::Name const name_;
 
  public:
   VELKELP_COLLECTION(unprogrammedRoute, UnprogrammedRoute, RouteKey, LfibHwProgrammingReturnCode)

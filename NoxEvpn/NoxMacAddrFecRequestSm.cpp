@@ -1,0 +1,696 @@
+// Nox::NoxMacAddrFecRequestSm: the layer-2 RIB's host, label, load-balance and destination
+// tables in; FEC records, hardware FEC id requests and object-tuple hardware ids out.
+//
+// The machine keeps the chains as forward (parent -> children) and reverse (child -> parents)
+// maps, so that a change anywhere in a chain re-evaluates the tuples above it. A FEC id is bound
+// to a tuple for as long as the tuple keeps its FEC; a released number rests in the allocator's
+// quarantine before another FEC may take it, so that the programmer never confuses two FECs.
+
+#include "NoxEvpn/NoxMacAddrFecRequestSm.h"
+
+#include <sstream>
+#include <vector>
+
+#include "platform/trace/Trace.h"
+
+namespace Nox {
+
+namespace {
+constexpr char const* velSourceFile = "NoxMacAddrFecRequestSm";
+}  // namespace
+NOX_TRACE_FACILITY("NoxEvpn");
+
+using Kelp::Fib::Fec;
+using Kelp::Fib::Via;
+using L2Rib::HostAndSource;
+using L2Rib::Label;
+using L2Rib::LoadBalance;
+
+// ---- Records ----
+
+std::string valueToStrep(ObjTupleAndFecId const& v) {
+  std::ostringstream os;
+  os << "Value('Nox::ObjTupleAndFecId', ** {'objTuple': " << v.objTuple()
+     << ", 'fecId': " << v.fecId() << "})";
+  return os.str();
+}
+
+std::string valueToStrep(FecToHwFecId const& v) {
+  std::ostringstream os;
+  os << "Value('Nox::FecToHwFecId', ** {'fecId': " << v.fecId() << ", 'hwFecId': " << v.hwFecId()
+     << "})";
+  return os.str();
+}
+
+std::string valueToStrep(FecToL2IntfId const& v) {
+  std::ostringstream os;
+  os << "Value('Nox::FecToL2IntfId', ** {'fecId': " << v.fecId()
+     << ", 'l2IntfId': " << v.l2IntfId() << "})";
+  return os.str();
+}
+
+namespace {
+
+using LabelId = L2Rib::LabelId;
+using LoadBalanceId = L2Rib::LoadBalanceId;
+using DestId = L2Rib::DestId;
+using MacVlanPair = Bridging::MacVlanPair;
+using LabelAndSource = L2Rib::LabelAndSource;
+
+std::string valueToStrep(LabelId const& v) { return std::to_string(v.value()); }
+std::string valueToStrep(LoadBalanceId const& v) { return std::to_string(v.value()); }
+std::string valueToStrep(DestId const& v) { return std::to_string(v.value()); }
+std::string valueToStrep(LabelAndSource const& v) {
+  std::ostringstream os;
+  os << "label=" << v.label().label() << " next=" << v.label().next() << " source=" << v.source();
+  return os.str();
+}
+std::string valueToStrep(LoadBalance const& v) {
+  std::ostringstream os;
+  os << "next=";
+  for (ObjTuple const& t : v) os << (&t == v.begin() ? "" : ",") << t;
+  return os.str();
+}
+std::string valueToStrep(HostAndSource const& v) {
+  std::ostringstream os;
+  os << "host=" << v.host() << " source=" << v.source();
+  return os.str();
+}
+std::string valueToStrep(bool v) { return v ? "true" : "false"; }
+std::string valueToStrep(uint64_t v) { return std::to_string(v); }
+
+template <class T>
+std::string textOf(T const& v) {
+  return valueToStrep(v);
+}
+
+// Every record kept in these tables, by the name its agent gives it, so kelpcat prints them.
+#define NOX_KELP_RECORD(Type, typeNameText) \
+  Kelp::RecordTypeRegistrar<Type> const Type##Record(typeNameText, textOf<Type>)
+
+using Dest = L2Rib::Dest;
+using Bool = bool;
+using U64 = uint64_t;
+NOX_KELP_RECORD(FecId, "Kelp::Fib::FecId");
+NOX_KELP_RECORD(Fec, "Kelp::Fib::Fec");
+NOX_KELP_RECORD(ObjTuple, "L2Rib::ObjTuple");
+NOX_KELP_RECORD(ObjTupleAndFecId, "Nox::ObjTupleAndFecId");
+NOX_KELP_RECORD(FecToHwFecId, "Nox::FecToHwFecId");
+NOX_KELP_RECORD(FecToL2IntfId, "Nox::FecToL2IntfId");
+NOX_KELP_RECORD(LabelId, "L2Rib::LabelId");
+NOX_KELP_RECORD(LoadBalanceId, "L2Rib::LoadBalanceId");
+NOX_KELP_RECORD(DestId, "L2Rib::DestId");
+NOX_KELP_RECORD(MacVlanPair, "Bridging::MacVlanPair");
+NOX_KELP_RECORD(LabelAndSource, "L2Rib::LabelAndSource");
+NOX_KELP_RECORD(LoadBalance, "L2Rib::LoadBalance");
+NOX_KELP_RECORD(HostAndSource, "L2Rib::HostAndSource");
+NOX_KELP_RECORD(Dest, "L2Rib::Dest");
+NOX_KELP_RECORD(Bool, "bool");
+NOX_KELP_RECORD(U64, "U64");
+
+}  // namespace
+
+Vel::Ptr<FecIdToHwFecIdRequest> fecIdToHwFecIdRequestFactory(Vel::Name name) {
+  return Vel::validPtr(Vel::Ptr<FecIdToHwFecIdRequest>(new FecIdToHwFecIdRequest(name)));
+}
+
+Vel::Ptr<FecIdToHwFecIdResponse> fecIdToHwFecIdResponseFactory(Vel::Name name) {
+  return Vel::validPtr(Vel::Ptr<FecIdToHwFecIdResponse>(new FecIdToHwFecIdResponse(name)));
+}
+
+Vel::Ptr<ObjTupleToHwId> objTupleToHwIdFactory(Vel::Name name) {
+  return Vel::validPtr(Vel::Ptr<ObjTupleToHwId>(new ObjTupleToHwId(name)));
+}
+
+// ---- Construction ----
+
+NoxMacAddrFecRequestSm::NoxMacAddrFecRequestSm(
+    Vel::Ptr<L2Rib::LabelOutput const> const& labelTable,
+    Vel::Ptr<L2Rib::LoadBalanceOutput const> const& lbTable,
+    Vel::Ptr<L2Rib::DestOutput const> const& destTable,
+    Vel::Ptr<FecIdToHwFecIdResponse const> const& fecResponse,
+    Vel::Ptr<L2Rib::HostOutput const> const& l2RibOutput,
+    Vel::Ptr<FecIdToHwFecIdRequest> const& fecRequest,
+    Vel::Ptr<ObjTupleToHwId> const& objTupleToHwIdMap, Vel::Ptr<Cog::TimerWheel> const& timerWheel,
+    Vel::Ptr<Cog::TaskScheduler> const& scheduler)
+    : labelTable_(labelTable),
+      lbTable_(lbTable),
+      destTable_(destTable),
+      fecResponse_(fecResponse),
+      l2RibOutput_(l2RibOutput),
+      fecRequest_(fecRequest),
+      objTupleToHwIdMap_(objTupleToHwIdMap),
+      timerWheel_(timerWheel),
+      scheduler_(scheduler) {
+  VEL_ASSERT(labelTable_ && lbTable_ && destTable_ && fecResponse_ && l2RibOutput_);
+  VEL_ASSERT(fecRequest_ && objTupleToHwIdMap_ && timerWheel_ && scheduler_);
+  velLabelTable_ = std::make_unique<VelLabelTable>(labelTable_, this);
+  velLbTable_ = std::make_unique<VelLbTable>(lbTable_, this);
+  velDestTable_ = std::make_unique<VelDestTable>(destTable_, this);
+  velFecResponse_ = std::make_unique<VelFecResponse>(fecResponse_, this);
+  velL2RibOutput_ = std::make_unique<VelL2RibOutput>(l2RibOutput_, this);
+  handleInitialized();
+}
+
+NoxMacAddrFecRequestSm::~NoxMacAddrFecRequestSm() {
+  if (reviewBacklog_) {
+    reviewBacklog_->unscheduleTask();
+    reviewBacklog_->notifieeIs(nullptr);
+  }
+}
+
+Vel::Ptr<NoxMacAddrFecRequestSm> NoxMacAddrFecRequestSm::NoxMacAddrFecRequestSmIs(
+    Vel::Ptr<L2Rib::LabelOutput const> const& labelTable,
+    Vel::Ptr<L2Rib::LoadBalanceOutput const> const& lbTable,
+    Vel::Ptr<L2Rib::DestOutput const> const& destTable,
+    Vel::Ptr<FecIdToHwFecIdResponse const> const& fecResponse,
+    Vel::Ptr<L2Rib::HostOutput const> const& l2RibOutput,
+    Vel::Ptr<FecIdToHwFecIdRequest> const& fecRequest,
+    Vel::Ptr<ObjTupleToHwId> const& objTupleToHwIdMap, Vel::Ptr<Cog::TimerWheel> const& timerWheel,
+    Vel::Ptr<Cog::TaskScheduler> const& scheduler) {
+  return Vel::Ptr<NoxMacAddrFecRequestSm>(
+      new NoxMacAddrFecRequestSm(labelTable, lbTable, destTable, fecResponse, l2RibOutput,
+                                 fecRequest, objTupleToHwIdMap, timerWheel, scheduler));
+}
+
+Vel::Ptr<NoxMacAddrFecRequestSm> noxMacAddrFecRequestSmFactory(
+    Vel::Ptr<L2Rib::LabelOutput const> const& labelTable,
+    Vel::Ptr<L2Rib::LoadBalanceOutput const> const& lbTable,
+    Vel::Ptr<L2Rib::DestOutput const> const& destTable,
+    Vel::Ptr<FecIdToHwFecIdResponse const> const& fecResponse,
+    Vel::Ptr<L2Rib::HostOutput const> const& l2RibOutput,
+    Vel::Ptr<FecIdToHwFecIdRequest> const& fecRequest,
+    Vel::Ptr<ObjTupleToHwId> const& objTupleToHwIdMap, Vel::Ptr<Cog::TimerWheel> const& timerWheel,
+    Vel::Ptr<Cog::TaskScheduler> const& scheduler) {
+  return NoxMacAddrFecRequestSm::NoxMacAddrFecRequestSmIs(labelTable, lbTable, destTable,
+                                                          fecResponse, l2RibOutput, fecRequest,
+                                                          objTupleToHwIdMap, timerWheel, scheduler);
+}
+
+void NoxMacAddrFecRequestSm::maxChainLengthIs(uint32_t n) {
+  if (n == maxChainLength_) return;
+  // Stored before the check: a rejected value stays, as the agent's configuration shows it.
+  maxChainLength_ = n;
+  if (n != 2 && n != 3) {
+    throw Vel::RangeException("NoxMacAddrFecRequestSm::maxChainLength < 2 or > 3 not allowed");
+  }
+}
+
+// ---- Initialization ----
+
+// Nothing survives a restart: the request tables are emptied and every FEC is rebuilt from the
+// backlog under freshly allocated FEC ids.
+void NoxMacAddrFecRequestSm::handleInitialized() {
+  NOX_TRACE_ENTRY("handleInitialized");
+  numAllocatorConfig_ = Cog::NumAllocatorConfig(Cog::Range(0, 0xFFFFFFFF), 100);
+  numAllocatorConfig_.expiryTimeIs(10.0);
+  numAllocatorStatus_ = Vel::Ptr<Cog::NumAllocatorStatus>(new Cog::NumAllocatorStatus);
+  numAllocator_ = Vel::Ptr<Cog::NumAllocator>(
+      new Cog::NumAllocator(numAllocatorConfig_, numAllocatorStatus_, timerWheel_));
+  initialized_ = true;
+  handleL2RibHost();
+  handleLabel();
+  handleLb();
+  handleDest();
+  fecRequest_->hwFecIdRequestDelAll();
+  fecRequest_->fecDelAll();
+  fecRequest_->fec6DelAll();
+  fecRequest_->objTupleToFecIdDelAll();
+  reviewBacklog_ = Vel::Ptr<Cog::TimerTask>(
+      new Cog::TimerTask(scheduler_, reviewPriority, "reviewTask"));
+  reviewBacklog_->notifieeIs(&velReviewBacklog_);
+  reviewBacklog_->scheduleTaskDelay(reviewInterval_);
+}
+
+// ---- Whole-table handlers: queue every key for the review ----
+
+void NoxMacAddrFecRequestSm::handleL2RibHost() {
+  NOX_TRACE_ENTRY("handleL2RibHost");
+  if (!initialized()) return;
+  for (auto const& entry : l2RibOutput_->hostColl()) hostBackLogQIs(entry.key, true);
+}
+
+void NoxMacAddrFecRequestSm::handleLabel() {
+  NOX_TRACE_ENTRY("handleLabel");
+  if (!initialized()) return;
+  for (auto const& entry : labelTable_->labelColl()) {
+    objTupleBackLogQIs(ObjTuple(entry.key.value(), L2Rib::tableTypeLabel_), true);
+  }
+}
+
+void NoxMacAddrFecRequestSm::handleLb() {
+  NOX_TRACE_ENTRY("handleLb");
+  if (!initialized()) return;
+  for (auto const& entry : lbTable_->loadBalanceColl()) {
+    objTupleBackLogQIs(ObjTuple(entry.key.value(), L2Rib::tableTypeLoadBalance_), true);
+  }
+}
+
+void NoxMacAddrFecRequestSm::handleDest() {
+  NOX_TRACE_ENTRY("handleDest");
+  if (!initialized()) return;
+  for (auto const& entry : destTable_->destColl()) {
+    objTupleBackLogQIs(ObjTuple(entry.key.value(), L2Rib::tableTypeDest_), true);
+  }
+}
+
+// ---- The review task ----
+
+bool NoxMacAddrFecRequestSm::reviewShouldYield() {
+  if (!reviewBacklog_->taskShouldYield()) return false;
+  reviewBacklog_->scheduleTaskDelay(reviewInterval_);
+  return true;
+}
+
+// Tuples before hosts, so that a host finds the FECs of its chain and is requested at once.
+void NoxMacAddrFecRequestSm::doReviewBacklog() {
+  NOX_TRACE_ENTRY("doReviewBacklog");
+  VEL_ASSERT(initialized());
+  while (ObjTuple const* first = objTupleBackLogQColl().firstKey()) {
+    if (reviewShouldYield()) return;
+    ObjTuple const objTuple = *first;
+    switch (objTuple.tableType()) {
+      case L2Rib::tableTypeLabel_: handleLabel(LabelId(objTuple.id())); break;
+      case L2Rib::tableTypeDest_: handleDest(DestId(objTuple.id())); break;
+      case L2Rib::tableTypeLoadBalance_: handleLb(LoadBalanceId(objTuple.id())); break;
+      default: VEL_ASSERT(0);
+    }
+    objTupleBackLogQDel(objTuple);
+    reviewBacklog_->taskWorkCountInc();
+  }
+  while (MacVlanPair const* first = hostBackLogQColl().firstKey()) {
+    if (reviewShouldYield()) return;
+    MacVlanPair const macVlan = *first;
+    handleL2RibHost(macVlan);
+    hostBackLogQDel(macVlan);
+    reviewBacklog_->taskWorkCountInc();
+  }
+  reviewBacklog_->unscheduleTask();
+}
+
+// ---- Keyed handlers ----
+
+void NoxMacAddrFecRequestSm::handleL2RibHost(MacVlanPair const& macVlan) {
+  NOX_TRACE_ENTRY("handleL2RibHost MacVlan:{}", macVlan);
+  if (!initialized()) return;
+  HostAndSource const hostAndSource = l2RibOutput_->host(macVlan);
+  bool const deleted = hostAndSource == HostAndSource();
+  updateMapsForHostTableChange(hostAndSource, macVlan);
+  ObjTuple handled;
+  ObjTuple const old = macVlanToObjTupleCache(macVlan);
+  if (old != ObjTuple()) {
+    maybeUpdateFecRequest(old, false);
+    macVlanToObjTupleCacheDel(macVlan);
+    handled = old;
+  }
+  ObjTuple const& now = hostAndSource.host();
+  if (!deleted && now != ObjTuple()) {
+    maybeUpdateFecRequest(now, false);
+    macVlanToObjTupleCacheIs(macVlan, now);
+    handled = now;
+  }
+  switch (handled.tableType()) {
+    case L2Rib::tableTypeNone_: break;
+    case L2Rib::tableTypeLabel_: handleLabel(LabelId(handled.id())); break;
+    case L2Rib::tableTypeLoadBalance_: handleLb(LoadBalanceId(handled.id())); break;
+    default: VEL_ASSERT(0);  // a host never points at a destination
+  }
+}
+
+// The old tuple loses the host at once (and is re-evaluated if that was its last one), also
+// when the host still points at it: the count is added back below.
+void NoxMacAddrFecRequestSm::updateMapsForHostTableChange(HostAndSource const& hostAndSource,
+                                                          MacVlanPair const& macVlan) {
+  NOX_TRACE_ENTRY("updateMapsForHostTableChange MacVlan:{}", macVlan);
+  bool const deleted = hostAndSource == HostAndSource();
+  if (ObjTuple const* old = macVlanToObjTupleCacheColl().find(macVlan)) {
+    ObjTuple const oldTuple = *old;
+    uint32_t const count = isFirstLevelNextHop(oldTuple);
+    if (count == 1) {
+      isFirstLevelNextHopDel(oldTuple);
+      dispatchTuple(oldTuple);
+    } else if (count > 1) {
+      isFirstLevelNextHopIs(oldTuple, count - 1);
+    }
+  }
+  ObjTuple const& now = hostAndSource.host();
+  if (deleted || now == ObjTuple()) return;
+  isFirstLevelNextHopIs(now, isFirstLevelNextHop(now) + 1);
+}
+
+void NoxMacAddrFecRequestSm::dispatchTuple(ObjTuple const& objTuple) {
+  if (objTuple.tableType() == L2Rib::tableTypeLabel_) handleLabel(LabelId(objTuple.id()));
+  if (objTuple.tableType() == L2Rib::tableTypeLoadBalance_) handleLb(LoadBalanceId(objTuple.id()));
+}
+
+void NoxMacAddrFecRequestSm::handleLabel(LabelId const& labelId) {
+  NOX_TRACE_ENTRY("handleLabel LabelId:{}", labelId);
+  if (!initialized()) return;
+  ObjTuple const objTuple(labelId.value(), L2Rib::tableTypeLabel_);
+  Label const label = labelTable_->label(labelId).label();
+  bool const deleted = label == Label();
+  bool const existedBefore = nextHopForwardMapIsMemberOf(objTuple);
+  updateMapsForLabelTableChange(label, labelId, objTuple);
+  bool const eligible = isFirstLevelNextHop(objTuple) != 0 || maxChainLength() == 3;
+  if (eligible && !(existedBefore && deleted)) {
+    addFec(buildFecForLabel(label, labelId, objTuple), objTuple);
+  } else {
+    deleteFec(objTuple);
+  }
+  // Three-level parents refer to the label by its FEC id, which an update keeps.
+  if (maxChainLength() == 3 && existedBefore && !deleted) return;
+  handleDependants(objTuple);
+}
+
+namespace {
+
+// The fast trace of handleLb's entry says " LblId:" where the text trace says " LbId:"; readers
+// of both rely on each as it is.
+void traceLbEntry(LoadBalanceId const& lbId) {
+  std::uint32_t const mask = noxTraceFacility->mask();
+  if (mask & Trace::textBit(8)) [[unlikely]] {
+    static constinit Trace::Site const site(noxTraceFacility, NOX_TRACE_FILE_NAME, __LINE__, 8,
+                                            "handleLb LbId:{}");
+    Trace::write<8>(mask & Trace::textBit(8), site, "handleLb LbId:{}", lbId);
+  }
+  if (mask & Trace::fleckBit(8)) [[unlikely]] {
+    static constinit Trace::Site const site(noxTraceFacility, NOX_TRACE_FILE_NAME, __LINE__, 8,
+                                            "handleLb LblId:{}");
+    Trace::write<8>(mask & Trace::fleckBit(8), site, "handleLb LblId:{}", lbId);
+  }
+}
+
+}  // namespace
+
+void NoxMacAddrFecRequestSm::handleLb(LoadBalanceId const& lbId) {
+  traceLbEntry(lbId);
+  if (!initialized()) return;
+  ObjTuple const objTuple(lbId.value(), L2Rib::tableTypeLoadBalance_);
+  LoadBalance const lb = lbTable_->loadBalance(lbId);
+  bool const deleted = lb == LoadBalance();
+  bool const existedBefore = nextHopForwardMapIsMemberOf(objTuple);
+  updateMapsForLbTableChange(lb, lbId, objTuple);
+  bool const eligible = isFirstLevelNextHop(objTuple) != 0 || maxChainLength() == 3;
+  if (eligible && !(existedBefore && deleted)) {
+    addFec(buildFecForLb(lb, lbId, objTuple), objTuple);
+  } else {
+    deleteFec(objTuple);
+  }
+  if (maxChainLength() == 3 && existedBefore && !deleted) return;
+  handleDependants(objTuple);
+}
+
+void NoxMacAddrFecRequestSm::handleDest(DestId const& destId) {
+  NOX_TRACE_ENTRY("handleDest DestId:{}", destId);
+  if (!initialized()) return;
+  L2Rib::Dest const dest = destTable_->dest(destId);
+  if (!(dest == L2Rib::Dest())) VEL_ASSERT(dest.destType() == L2Rib::destTypeTunnel_);
+  ObjTuple const objTuple(destId.value(), L2Rib::tableTypeDest_);
+  updateMapsForDestTableChange(dest, destId, objTuple);
+  handleDependants(objTuple);
+}
+
+void NoxMacAddrFecRequestSm::handleHwFecIdResponse(FecId const& fecId) {
+  NOX_TRACE_ENTRY("handleHwFecIdResponse FecId:{}", fecId);
+  if (!initialized()) return;
+  ObjTuple const* requested = fecRequestReverseMapColl().find(fecId);
+  bool const present = fecResponse_->hwFecIdIsMemberOf(fecId);
+  if (!requested) {
+    if (present) {
+      NOX_TRACE_CHANGE("Got stale response for FecId:{}", fecId);
+    } else {
+      NOX_TRACE_CHANGE("Stale response deletion for FecId:{}", fecId);
+    }
+    return;
+  }
+  ObjTuple const objTuple = *requested;  // the writes below notify
+  if (present) {
+    objTupleToHwIdMap_->hwIdIs(objTuple, fecResponse_->hwFecId(fecId).hwFecId());
+  } else {
+    objTupleToHwIdMap_->hwIdDel(objTuple);
+  }
+}
+
+// The programmer replaced its whole table: look again at every FEC id this machine requests.
+void NoxMacAddrFecRequestSm::handleHwFecIdResponse() {
+  NOX_TRACE_ENTRY("handleHwFecIdResponse");
+  if (!initialized()) return;
+  std::vector<FecId> requested;
+  for (auto [fecId, objTuple] : fecRequestReverseMapColl()) requested.push_back(fecId);
+  for (FecId const& fecId : requested) handleHwFecIdResponse(fecId);
+}
+
+// ---- Maps ----
+
+// Most re-evaluations (another host on the same tuple) find the children as they were.
+template <class Children>
+bool NoxMacAddrFecRequestSm::sameChildren(ObjTuple const& objTuple,
+                                          Children const& children) const {
+  ObjTupleSet const* forward = nextHopForwardMapColl().find(objTuple);
+  if (!forward) return false;
+  std::size_t count = 0;
+  for (ObjTuple const& child : children) {
+    if (!forward->objTupleIsMemberOf(child)) return false;
+    ++count;
+  }
+  return count == forward->objTuples();
+}
+
+template <class Children>
+void NoxMacAddrFecRequestSm::updateForwardMap(ObjTuple const& objTuple, Children const& children,
+                                              bool deleted) {
+  if (!deleted && sameChildren(objTuple, children)) return;
+  if (auto forward = nextHopForwardMap(objTuple)) {
+    for (auto [child, flag] : forward->objTupleColl()) {
+      auto reverse = nextHopReverseMap(child);
+      if (!reverse) continue;
+      reverse->objTupleDel(objTuple);
+      if (reverse->objTuples() == 0) nextHopReverseMapDel(child);
+    }
+  }
+  nextHopForwardMapDel(objTuple);
+  if (deleted) return;
+  auto forward = nextHopForwardMapIs(objTuple);
+  forward->objTupleDelAll();
+  for (ObjTuple const& child : children) {
+    forward->objTupleIs(child, true);
+    nextHopReverseMapIs(child)->objTupleIs(objTuple, true);
+  }
+  if (forward->objTuples() == 0) nextHopForwardMapDel(objTuple);
+}
+
+void NoxMacAddrFecRequestSm::updateMapsForLabelTableChange(Label const& label, LabelId labelId,
+                                                           ObjTuple const& objTuple) {
+  NOX_TRACE_ENTRY("updateMapsForLabelTableChange LabelId:{}", labelId);
+  std::array<ObjTuple, 1> const children{label.next()};
+  updateForwardMap(objTuple, children, label == Label());
+  auto objTupleSetForward = nextHopForwardMap(objTuple);
+  if (objTupleSetForward) {
+    VEL_ASSERT(objTupleSetForward->objTuples() == 1 || objTupleSetForward->objTuples() == 0);
+  }
+}
+
+void NoxMacAddrFecRequestSm::updateMapsForLbTableChange(LoadBalance const& lb, LoadBalanceId lbId,
+                                                        ObjTuple const& objTuple) {
+  NOX_TRACE_ENTRY("updateMapsForLbTableChange LbId:{}", lbId);
+  updateForwardMap(objTuple, lb, lb == LoadBalance());
+}
+
+// A destination is only ever a child: the parents' maps record its place.
+void NoxMacAddrFecRequestSm::updateMapsForDestTableChange(L2Rib::Dest const&, DestId destId,
+                                                          ObjTuple const&) {
+  NOX_TRACE_ENTRY("updateMapsForDestTableChange DestId:{}", destId);
+}
+
+namespace {
+
+// The reverse-map entry being walked: the child whose parents are re-evaluated.
+struct ReverseMapIter {
+  ObjTuple child;
+  ObjTuple const& key() const { return child; }
+};
+
+}  // namespace
+
+void NoxMacAddrFecRequestSm::handleDependants(ObjTuple const& objTuple) {
+  NOX_TRACE_ENTRY("handleDependants ObjTuple:{}", objTuple);
+  auto parents = nextHopReverseMap(objTuple);
+  if (!parents) return;
+  ReverseMapIter const iter{objTuple};
+  // A parent's handler may change the set: walk a copy.
+  std::vector<ObjTuple> copy;
+  copy.reserve(parents->objTuples());
+  for (auto [parent, flag] : parents->objTupleColl()) copy.push_back(parent);
+  static ObjTupleSet::ObjTupleColl const noChildren;
+  for (ObjTuple const& parent : copy) {
+    auto const forward = nextHopForwardMap(parent);
+    auto const& forwardMapIter = forward ? forward->objTupleColl() : noChildren;
+    VEL_ASSERT(forwardMapIter.isMemberOf( iter.key() ));
+    switch (parent.tableType()) {
+      case L2Rib::tableTypeLabel_: handleLabel(LabelId(parent.id())); break;
+      case L2Rib::tableTypeLoadBalance_: handleLb(LoadBalanceId(parent.id())); break;
+      default: VEL_ASSERT(0);
+    }
+  }
+}
+
+// ---- FECs ----
+
+FecId NoxMacAddrFecRequestSm::objTupleToFecId(ObjTuple const& objTuple) const {
+  return fecRequest_->objTupleToFecId(objTuple).fecId();
+}
+
+bool NoxMacAddrFecRequestSm::isFecDeleted(ObjTuple const& objTuple) const {
+  return !objTupleCacheIsMemberOf(objTuple);
+}
+
+FecId NoxMacAddrFecRequestSm::idToFecId(int64_t id) const {
+  VEL_ASSERT(id >= 0);
+  return FecId(fecAdjType, uint64_t(id));
+}
+
+// A tuple keeps its FEC id for as long as it keeps its FEC.
+FecId NoxMacAddrFecRequestSm::getFecId(ObjTuple const& objTuple) {
+  if (FecId const bound = objTupleToFecId(objTuple); bound != FecId()) return bound;
+  int64_t const number = numAllocator_->getNumber();
+  if (number == numAllocator_->invalidNumber()) return FecId();
+  return idToFecId(number);
+}
+
+Tunnel::TunnelTable::TunnelId NoxMacAddrFecRequestSm::tunnelIdOf(L2Rib::Dest const& dest) const {
+  VEL_ASSERT(dest.destType() == L2Rib::destTypeTunnel_);
+  return Tunnel::TunnelTable::TunnelId(dest.destDataTunnel().tunnel().number());
+}
+
+// A label inside a load balance, flattened: its label and its destination's tunnel. Whatever of
+// the chain is missing is left out of the via.
+Via NoxMacAddrFecRequestSm::viaToLabelFlattened(ObjTuple const& labelTuple) const {
+  Via via;
+  LabelId const labelId(labelTuple.id());
+  if (!labelTable_->labelIsMemberOf(labelId)) return via;
+  Label const label = labelTable_->label(labelId).label();
+  via.mplsLabelIs(label.label());
+  VEL_ASSERT(label.next().tableType() == L2Rib::tableTypeDest_);
+  L2Rib::Dest const dest = destTable_->dest(DestId(label.next().id()));
+  if (!(dest == L2Rib::Dest())) via.tunnelIdIs(tunnelIdOf(dest));
+  return via;
+}
+
+Fec NoxMacAddrFecRequestSm::buildFecForLb(LoadBalance const& lb, LoadBalanceId lbId,
+                                          ObjTuple const& objTuple) {
+  NOX_TRACE_ENTRY("buildFecForLb LbId:{}", lbId);
+  Fec fec(getFecId(objTuple));
+  for (ObjTuple const* iter = lb.begin(); iter != lb.end(); ++iter) {
+    VEL_ASSERT(iter->tableType() != L2Rib::tableTypeLoadBalance_);
+    if (iter->tableType() == L2Rib::tableTypeDest_) {
+      L2Rib::Dest const dest = destTable_->dest(DestId(iter->id()));
+      if (dest == L2Rib::Dest()) continue;
+      Via via;
+      via.tunnelIdIs(tunnelIdOf(dest));
+      fec.viaAdd(via);
+    } else if (iter->tableType() == L2Rib::tableTypeLabel_ && maxChainLength() == 2) {
+      fec.viaAdd(viaToLabelFlattened(*iter));
+    } else {
+      VEL_ASSERT(maxChainLength() == 3);
+      Via via;
+      if (FecId const next = objTupleToFecId(*iter); next != FecId()) via.fecIdIs(next);
+      fec.viaAdd(via);
+    }
+  }
+  return fec;
+}
+
+Fec NoxMacAddrFecRequestSm::buildFecForLabel(Label const& label, LabelId labelId,
+                                             ObjTuple const& objTuple) {
+  NOX_TRACE_ENTRY("buildFecForLabel LabelId:{}", labelId);
+  Fec fec(getFecId(objTuple));
+  VEL_ASSERT(label.next().tableType() != L2Rib::tableTypeLabel_);
+  ObjTuple const& next = label.next();
+  if (next.tableType() == L2Rib::tableTypeDest_) {
+    Via via;
+    via.mplsLabelIs(label.label());
+    L2Rib::Dest const dest = destTable_->dest(DestId(next.id()));
+    if (!(dest == L2Rib::Dest())) via.tunnelIdIs(tunnelIdOf(dest));
+    fec.viaAdd(via);
+  } else if (next.tableType() == L2Rib::tableTypeLoadBalance_ && maxChainLength() == 3) {
+    Via via;
+    via.mplsLabelIs(label.label());
+    if (FecId const lbFecId = objTupleToFecId(next); lbFecId != FecId()) via.fecIdIs(lbFecId);
+    fec.viaAdd(via);
+  } else if (next.tableType() == L2Rib::tableTypeLoadBalance_) {
+    LoadBalance const lb = lbTable_->loadBalance(LoadBalanceId(next.id()));
+    for (ObjTuple const* iter = lb.begin(); iter != lb.end(); ++iter) {
+      VEL_ASSERT(iter->tableType() == L2Rib::tableTypeDest_);
+      L2Rib::Dest const dest = destTable_->dest(DestId(iter->id()));
+      if (dest == L2Rib::Dest()) continue;
+      Via via;
+      via.mplsLabelIs(label.label());
+      via.tunnelIdIs(tunnelIdOf(dest));
+      fec.viaAdd(via);
+    }
+  }
+  return fec;
+}
+
+void NoxMacAddrFecRequestSm::addFec(Fec const& fec, ObjTuple const& objTuple) {
+  NOX_TRACE_ENTRY("addFec ObjTuple:{} Fec{}", objTuple, fec);
+  // An equal record changes nothing for the programmer: most re-evaluations (another host on
+  // the same tuple) rebuild the FEC as it stands, and are not published again.
+  if (!(fecRequest_->fec(fec.fecId()) == fec)) fecRequest_->fecIs(fec);
+  ObjTupleAndFecId const binding(objTuple, fec.fecId());
+  if (!(fecRequest_->objTupleToFecId(objTuple) == binding)) {
+    fecRequest_->objTupleToFecIdIs(binding);
+  }
+  fecCacheIs(fec.fecId(), true);
+  objTupleCacheIs(objTuple, true);
+  maybeUpdateFecRequest(objTuple, false);
+}
+
+void NoxMacAddrFecRequestSm::deleteFec(ObjTuple const& objTuple) {
+  NOX_TRACE_ENTRY("deleteFec ObjTuple:{}", objTuple);
+  if (FecId const fecId = objTupleToFecId(objTuple); fecId != FecId()) {
+    fecRequest_->fecDel(fecId);
+    fecRequest_->objTupleToFecIdDel(objTuple);
+    fecCacheDel(fecId);
+    objTupleCacheDel(objTuple);
+    numAllocator_->releaseNumber(int64_t(fecId.number()));
+    NOX_TRACE_CHANGE("Deleting FecId:{}", fecId);
+  }
+  maybeUpdateFecRequest(objTuple, true);
+}
+
+// A hardware id is wanted exactly for the tuples that have a FEC and that a host uses directly.
+void NoxMacAddrFecRequestSm::maybeUpdateFecRequest(ObjTuple const& objTuple, bool isDelete) {
+  NOX_TRACE_ENTRY("maybeUpdateFecRequest ObjTuple:{} isDelete:{}", objTuple, isDelete ? 1 : 0);
+  if (!isDelete && isFirstLevelNextHop(objTuple) != 0) {
+    if (FecId const fecId = objTupleToFecId(objTuple); fecId != FecId()) {
+      return makeFecRequest(objTuple, fecId);
+    }
+  }
+  deleteFecRequest(objTuple);
+}
+
+void NoxMacAddrFecRequestSm::makeFecRequest(ObjTuple const& objTuple, FecId fecId) {
+  fecRequestReverseMapIs(fecId, objTuple);
+  if (!fecRequest_->hwFecIdRequestIsMemberOf(fecId)) fecRequest_->hwFecIdRequestIs(fecId);
+  fecRequestCacheIs(objTuple, fecId);
+  NOX_TRACE_CHANGE("Making Fec request:{}", fecId);
+}
+
+void NoxMacAddrFecRequestSm::deleteFecRequest(ObjTuple const& objTuple) {
+  FecId const* requested = fecRequestCacheColl().find(objTuple);
+  if (!requested) return;
+  FecId const fecId = *requested;
+  NOX_TRACE_CHANGE("Deleting Fec request:{}", fecId);
+  fecRequestReverseMapDel(fecId);
+  fecRequest_->hwFecIdRequestDel(fecId);
+  fecRequestCacheDel(objTuple);
+}
+
+VEL_REGISTER_TYPE(ObjTupleSet);
+VEL_REGISTER_TYPE(FecIdToHwFecIdRequest);
+VEL_REGISTER_TYPE(FecIdToHwFecIdResponse);
+VEL_REGISTER_TYPE(ObjTupleToHwId);
+VEL_REGISTER_TYPE(NoxMacAddrFecRequestSm);
+
+}  // namespace Nox
