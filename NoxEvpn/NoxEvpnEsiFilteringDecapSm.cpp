@@ -157,7 +157,7 @@ void EsiFilteringDecapSm::createEsiFilterVia(RouteKey const& routeKey,
   NOX_TRACE_ENTRY("createEsiFilterVia route {} via {}", routeKey, via);
   VEL_ASSERT(initialized());
   VEL_ASSERT(!routeEsiFilterViaIteratorConst().isMemberOf( routeKey ));
-  if (RouteKey const* owner = intfRoute_.find(via.intfId())) {
+  if (auto const owner = intfRoute_.find(via.intfId())) {
     NOX_TRACE(5, "intf {} already associated with route {}, adding via to unprogrammed",
               via.intfId(), *owner);
     addRouteToUnprogrammed(routeKey, Mpls::lfibHwProgrammingConflict);
@@ -188,7 +188,7 @@ void EsiFilteringDecapSm::createEsiFilterVia(RouteKey const& routeKey,
 void EsiFilteringDecapSm::deleteEsiFilterVia(RouteKey const& routeKey) {
   NOX_TRACE_ENTRY("deleteEsiFilterVia route {}", routeKey);
   VEL_ASSERT(initialized());
-  LfibEvpnEthernetSegmentFilterVia const* via = routeEsiFilterVia_.find(routeKey);
+  auto const via = routeEsiFilterVia_.find(routeKey);
   if (!via) {
     deleteRouteFromUnprogrammed(routeKey);
     return;

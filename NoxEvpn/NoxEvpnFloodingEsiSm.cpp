@@ -197,13 +197,13 @@ void EvpnFloodingEsiSm::deleteIntfVlanMapping(IntfId const& intf, VlanId vlan) {
 void EvpnFloodingEsiSm::processIntfVlan(IntfId const& intf, VlanId vlan) {
   NOX_TRACE_ENTRY("processIntfVlan intf {} vlan {}", intf, vlan);
   VEL_ASSERT(initialized());
-  auto const* segment = evpnStatus_->segmentStatusColl().find(intf);
+  auto segment = evpnStatus_->segmentStatusColl().find(intf);
   if (!segment) {
     NOX_TRACE_CHANGE("no segment status");
     deleteIntfVlanTunnelMapping(intf, vlan);
     return;
   }
-  IntfId const* tepFound = segment->designatedForwarderTepColl().find(vlan);
+  auto const tepFound = segment->designatedForwarderTepColl().find(vlan);
   if (!tepFound) {
     NOX_TRACE_CHANGE("no designated forwarder tep");
     deleteIntfVlanTunnelMapping(intf, vlan);
@@ -215,7 +215,7 @@ void EvpnFloodingEsiSm::processIntfVlan(IntfId const& intf, VlanId vlan) {
 
   // Publishing notified the table's readers: look the segment up again.
   segment = evpnStatus_->segmentStatusColl().find(intf);
-  Evpn::EncapTypeLabel const* label = segment ? segment->remoteEsiLabelColl().find(tep) : nullptr;
+  auto const label = segment ? segment->remoteEsiLabelColl().find(tep) : nullptr;
   if (!label) {
     NOX_TRACE_CHANGE("no esi label");
     deleteIntfVlanTunnelLabelMapping(intf, vlan, tunnelId);
@@ -237,7 +237,7 @@ void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping(IntfId const& intf, Vla
                   tunnelId);
   VEL_ASSERT(initialized());
   IntfVlanKey const key(intf, vlan);
-  TunnelId const* existing = intfVlanTunnelColl().find(key);
+  auto const existing = intfVlanTunnelColl().find(key);
   if (existing && *existing != tunnelId) deleteIntfVlanTunnelMapping(intf, vlan);
   intfVlanTunnelIs(key, tunnelId);
   tunnelIntfVlanSetIs(tunnelId)->intfVlanIs(key, true);
@@ -249,7 +249,7 @@ void EvpnFloodingEsiSm::deleteIntfVlanTunnelMapping(IntfId const& intf, VlanId v
   NOX_TRACE_ENTRY("deleteIntfVlanTunnelMapping intf {} vlan {}", intf, vlan);
   VEL_ASSERT(initialized());
   IntfVlanKey const key(intf, vlan);
-  TunnelId const* found = intfVlanTunnelColl().find(key);
+  auto const found = intfVlanTunnelColl().find(key);
   if (!found) return;
   TunnelId const tunnel = *found;
   intfVlanTunnelDel(key);
@@ -279,7 +279,7 @@ void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelLabelMapping(IntfId const& intf
                   vlan, tunnelId, label);
   VEL_ASSERT(initialized());
   IntfVlanTunnelKey const key(intf, vlan, tunnelId);
-  MplsLabel const* recorded = intfVlanTunnelLabelColl().find(key);
+  auto const recorded = intfVlanTunnelLabelColl().find(key);
   if (recorded && *recorded != label) deleteIntfVlanTunnelLabelMapping(intf, vlan, tunnelId);
   intfVlanTunnelLabelIs(key, label);
   // An unchanged label still goes through: the per-port check makes it a no-op, and a port
@@ -305,7 +305,7 @@ void EvpnFloodingEsiSm::programEsi(IntfId const& intf, VlanId vlan, MplsLabel la
     programEsiHelper(intf, intf, vlan, label);
     return;
   }
-  NoxPortList const* members = ncsd_->lagToPortColl().find(intf);
+  auto const members = ncsd_->lagToPortColl().find(intf);
   if (!members) {
     NOX_TRACE_CHANGE("no lag configuration");
     unprogramEsi(intf, vlan);

@@ -323,7 +323,7 @@ void NoxMacAddrFecRequestSm::updateMapsForHostTableChange(HostAndSource const& h
                                                           MacVlanPair const& macVlan) {
   NOX_TRACE_ENTRY("updateMapsForHostTableChange MacVlan:{}", macVlan);
   bool const deleted = hostAndSource == HostAndSource();
-  if (ObjTuple const* old = macVlanToObjTupleCacheColl().find(macVlan)) {
+  if (auto const old = macVlanToObjTupleCacheColl().find(macVlan)) {
     ObjTuple const oldTuple = *old;
     uint32_t const count = isFirstLevelNextHop(oldTuple);
     if (count == 1) {
@@ -413,7 +413,7 @@ void NoxMacAddrFecRequestSm::handleDest(DestId const& destId) {
 void NoxMacAddrFecRequestSm::handleHwFecIdResponse(FecId const& fecId) {
   NOX_TRACE_ENTRY("handleHwFecIdResponse FecId:{}", fecId);
   if (!initialized()) return;
-  ObjTuple const* requested = fecRequestReverseMapColl().find(fecId);
+  auto const requested = fecRequestReverseMapColl().find(fecId);
   bool const present = fecResponse_->hwFecIdIsMemberOf(fecId);
   if (!requested) {
     if (present) {
@@ -446,7 +446,7 @@ void NoxMacAddrFecRequestSm::handleHwFecIdResponse() {
 template <class Children>
 bool NoxMacAddrFecRequestSm::sameChildren(ObjTuple const& objTuple,
                                           Children const& children) const {
-  ObjTupleSet const* forward = nextHopForwardMapColl().find(objTuple);
+  auto const forward = nextHopForwardMapColl().find(objTuple);
   if (!forward) return false;
   std::size_t count = 0;
   for (ObjTuple const& child : children) {
@@ -678,7 +678,7 @@ void NoxMacAddrFecRequestSm::makeFecRequest(ObjTuple const& objTuple, FecId fecI
 }
 
 void NoxMacAddrFecRequestSm::deleteFecRequest(ObjTuple const& objTuple) {
-  FecId const* requested = fecRequestCacheColl().find(objTuple);
+  auto const requested = fecRequestCacheColl().find(objTuple);
   if (!requested) return;
   FecId const fecId = *requested;
   NOX_TRACE_CHANGE("Deleting Fec request:{}", fecId);

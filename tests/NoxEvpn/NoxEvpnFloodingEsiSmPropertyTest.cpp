@@ -96,7 +96,7 @@ void apply(EsiWorld& w, int op, int a, int b, int c) {
 
 std::vector<Gantry::IntfId> physicalPorts(EsiWorld const& w, Gantry::IntfId const& intf) {
   if (!Nox::isLag(intf)) return {intf};
-  Nox::NoxPortList const* members = w.ncsd->lagToPortColl().find(intf);
+  auto const members = w.ncsd->lagToPortColl().find(intf);
   return members ? members->portColl() : std::vector<Gantry::IntfId>();
 }
 
@@ -113,7 +113,7 @@ Expected expected(EsiWorld const& w) {
     for (auto [vlan, tep] : segment->designatedForwarderTepColl()) {
       uint64_t const tunnel = tep.number();
       e.tunnels.insert(tunnel);
-      Evpn::EncapTypeLabel const* label = segment->remoteEsiLabelColl().find(tep);
+      auto const label = segment->remoteEsiLabelColl().find(tep);
       std::optional<uint32_t> mpls;
       if (label && label->isMpls()) mpls = label->mplsLabel().value();
       for (Gantry::IntfId const& port : physicalPorts(w, intf)) {
