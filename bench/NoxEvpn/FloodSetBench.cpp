@@ -99,6 +99,7 @@ struct FloodSetWorld {
     }
   }
   void start() {
+    tunnelTable->tunnelIdToHwTunnelIdReadyIs(true);
     sm = Nox::evpnVlanFloodSetSmFactory(sharedInput(), tunnelTable, hwInfo, hwConfig, hwStatus);
   }
 };

@@ -39,6 +39,13 @@ Nox::MplsDestHwInfo hwInfo(uint64_t hwId, std::string const& l2) {
   return Nox::MplsDestHwInfo(hwId, Gantry::IntfId(l2));
 }
 
+// A tunnel table as its writer leaves it at the end of its initialization.
+Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> readyTunnelTable(char const* name) {
+  auto table = Nox::tunnelIdToHwTunnelIdMappingFactory(name);
+  table->tunnelIdToHwTunnelIdReadyIs(true);
+  return table;
+}
+
 class FloodSetSmTest : public ::testing::Test {
  protected:
   void start() {
@@ -51,8 +58,7 @@ class FloodSetSmTest : public ::testing::Test {
 
   NoxTest::TraceCapture capture{1};
   Vel::Ptr<L2Rib::FloodSetOutput> in = L2Rib::floodSetOutputFactory();
-  Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnels =
-      Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId");
+  Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnels = readyTunnelTable("tunnelIdToHwTunnelId");
   Vel::Ptr<Nox::HwInfoMapping> hwInfos = Nox::hwInfoMappingFactory();
   Vel::Ptr<Nox::EvpnVlanFloodSetHwConfig> hwConfig = Nox::evpnVlanFloodSetHwConfigFactory();
   Vel::Ptr<Nox::EvpnVlanFloodSetHwStatus> hwStatus = Nox::evpnVlanFloodSetHwStatusFactory();
@@ -205,7 +211,7 @@ TEST_P(FloodSetSmProperty, InvariantsHoldAfterEveryStep) {
   std::mt19937 rng(GetParam());
   auto pick = [&rng](unsigned n) { return static_cast<unsigned>(rng() % n); };
   auto in = L2Rib::floodSetOutputFactory();
-  auto tunnels = Nox::tunnelIdToHwTunnelIdMappingFactory("tunnels");
+  auto tunnels = readyTunnelTable("tunnels");
   auto hwInfos = Nox::hwInfoMappingFactory();
   auto hwConfig = Nox::evpnVlanFloodSetHwConfigFactory();
   auto hwStatus = Nox::evpnVlanFloodSetHwStatusFactory();

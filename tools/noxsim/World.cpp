@@ -12,6 +12,10 @@ World::World()
       hwInfo(Nox::hwInfoMappingFactory()),
       hwConfig(Nox::evpnVlanFloodSetHwConfigFactory()),
       hwStatus(Nox::evpnVlanFloodSetHwStatusFactory()),
-      tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")) {}
+      tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")) {
+  // Scenarios write the tunnel table directly (`tunnels set/del`) in place of its writer, so it
+  // is ready from the start, as the writer leaves it at the end of its initialization.
+  tunnels->tunnelIdToHwTunnelIdReadyIs(true);
+}
 
 }  // namespace Noxsim

@@ -33,6 +33,7 @@ struct World {
   Vel::Ptr<Nox::EvpnVlanFloodSetHwConfig> hwConfig;
   Vel::Ptr<Nox::EvpnVlanFloodSetHwStatus> hwStatus;
   // Tunnel id -> hardware tunnel id (written by esi); published in shared memory with --shm.
+  // Ready from the start.
   Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnels;
 
   // Hardware-helper calls since the log was last shown, one line each in call order.
