@@ -115,6 +115,37 @@ TEST_F(FloodSetSmTest, HardwareTunnelIdChangeUpdatesConfigsWithoutEmptyingThePai
   EXPECT_EQ(traced(), (Texts{" no dests associated with this tunnel 9"}));
 }
 
+// While its writer rebuilds the tunnel table the machine neither reads it nor follows it, and
+// keeps what it published; once the table is ready again every tunnel in use is looked at.
+TEST_F(FloodSetSmTest, TunnelTableIsUsedOnlyWhileReady) {
+  tunnels->tunnelIdToHwTunnelIdReadyIs(false);
+  tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(TunnelId(6), HwTunnelId(600)));
+  hwInfos->mappingIs(via(6, 1000), hwInfo(1, "L2Intf1"));
+  hwInfos->mappingIs(via(7, 1000), hwInfo(2, "L2Intf2"));
+  floodSet(101, 0x100)->destSetIs(dest("mpls/3/Tunnel6/1000"), true);
+  start();
+  floodSet(101, 0x100)->destSetIs(dest("mpls/4/Tunnel7/1000"), true);
+  tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(TunnelId(7), HwTunnelId(700)));
+  Lines const unready{"101 00:00:00:00:01:00 tunnel=6 label=1000 hwTunnelId=0 hwId=1 l2Intf=L2Intf1",
+                      "101 00:00:00:00:01:00 tunnel=7 label=1000 hwTunnelId=0 hwId=2 l2Intf=L2Intf2"};
+  EXPECT_EQ(render(*hwConfig), unready);
+  traced();
+  tunnels->tunnelIdToHwTunnelIdReadyIs(true);
+  Lines const ready{"101 00:00:00:00:01:00 tunnel=6 label=1000 hwTunnelId=600 hwId=1 l2Intf=L2Intf1",
+                    "101 00:00:00:00:01:00 tunnel=7 label=1000 hwTunnelId=700 hwId=2 l2Intf=L2Intf2"};
+  EXPECT_EQ(render(*hwConfig), ready);
+  EXPECT_EQ(traced().front(), " hwTunnelIdMapping ready, reviewing every tunnel in use");
+
+  tunnels->tunnelIdToHwTunnelIdReadyIs(false);
+  tunnels->tunnelIdToHwTunnelIdDelAll();
+  tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(TunnelId(6), HwTunnelId(601)));
+  EXPECT_EQ(render(*hwConfig), ready);
+  tunnels->tunnelIdToHwTunnelIdReadyIs(true);
+  EXPECT_EQ(render(*hwConfig),
+            (Lines{"101 00:00:00:00:01:00 tunnel=6 label=1000 hwTunnelId=601 hwId=1 l2Intf=L2Intf1",
+                   "101 00:00:00:00:01:00 tunnel=7 label=1000 hwTunnelId=0 hwId=2 l2Intf=L2Intf2"}));
+}
+
 TEST_F(FloodSetSmTest, RenotifiedUnchangedDestinationWritesNothing) {
   hwInfos->mappingIs(via(5, 3), hwInfo(7, "L2Intf7"));
   auto fs = floodSet(10, 1);

@@ -5,7 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <new>
+
 #include "NoxEvpn/NoxEvpn.h"
+#include "platform/kelp/Layout.h"
 #include "platform/kelp/Table.h"
 #include "platform/kelp/TableList.h"
 
@@ -20,8 +24,14 @@ class Recorder : public Nox::TunnelIdToHwTunnelIdMapping::NotifieeConst {
   using NotifieeConst::NotifieeConst;
   void onTunnelIdToHwTunnelId(TunnelId const& key) override { keys.push_back(key.value()); }
   void onTunnelIdToHwTunnelId() override { ++collections; }
+  // What the table held when its readiness changed, as "ready=R tunnels=N".
+  void onTunnelIdToHwTunnelIdControl() override {
+    controls.push_back("ready=" + std::to_string(notifier()->tunnelIdToHwTunnelIdControl().ready) +
+                       " tunnels=" + std::to_string(notifier()->tunnelIdToHwTunnelIds()));
+  }
   std::vector<uint64_t> keys;
   int collections = 0;
+  std::vector<std::string> controls;
 };
 
 class TunnelTableTest : public ::testing::Test {
@@ -131,6 +141,104 @@ TEST(TunnelTablePublishedDeathTest, CorruptSegmentOnWriteIsFatalWithTheTableServ
       "/usr/include/Kelp/KelpMap:[0-9]+: safeWrite: Assertion `KelpMap::safeWrite\\(\\) in no "
       "man's land' failed");
   Kelp::unlinkTable(Kelp::tableName(prefix, "tunnelIdToHwTunnelId"));
+}
+
+}  // namespace
+
+namespace {
+
+// A writer entity published under a prefix of its own, and a reader entity mounting it by name in
+// the same process, as another agent would.
+class PublishedTunnelTable : public ::testing::Test {
+ protected:
+  PublishedTunnelTable() {
+    VelKelp::publishPrefixIs(prefix);
+    writer = Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId");
+    writer->tunnelIdToHwTunnelIdIs({TunnelId(1), HwTunnelId(10)});
+    reader = Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId", VelKelp::Side::reader);
+    VelKelp::publishPrefixIs("");
+    Trace::countersReset();
+  }
+  ~PublishedTunnelTable() override {
+    reader = nullptr;
+    writer = nullptr;
+    Kelp::unlinkTable(Kelp::tableName(prefix, "tunnelIdToHwTunnelId"));
+  }
+  uint64_t counter(char const* name) { return Trace::counterValue(name); }
+
+  std::string const prefix = "noxtestr" + std::to_string(::getpid());
+  Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> writer;
+  Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> reader;
+};
+
+TEST_F(PublishedTunnelTable, ReaderIsNotifiedOfEachChangeWhenItPollsAndCountsItsNotifications) {
+  Recorder heard(reader);
+  EXPECT_EQ(reader->tunnelIdToHwTunnelId(TunnelId(1)).hwTunnelId(), HwTunnelId(10));
+  writer->tunnelIdToHwTunnelIdIs({TunnelId(2), HwTunnelId(20)});
+  writer->tunnelIdToHwTunnelIdIs({TunnelId(1), HwTunnelId(11)});
+  writer->tunnelIdToHwTunnelIdDel(TunnelId(2));
+  writer->tunnelIdToHwTunnelIdDel(TunnelId(3));
+  EXPECT_TRUE(heard.keys.empty());
+  EXPECT_EQ(reader->tunnelIdToHwTunnelIdPoll(2), 2u);
+  EXPECT_EQ(heard.keys, (std::vector<uint64_t>{2, 1}));
+  EXPECT_EQ(reader->tunnelIdToHwTunnelIdPoll(), 1u);
+  EXPECT_EQ(heard.keys, (std::vector<uint64_t>{2, 1, 2}));
+  EXPECT_EQ(reader->tunnelIdToHwTunnelId(TunnelId(1)).hwTunnelId(), HwTunnelId(11));
+  EXPECT_EQ(reader->tunnelIdToHwTunnelIds(), 1u);
+  // Writes and deletes count on the writer; notifications on both sides.
+  EXPECT_EQ(counter("tunnelIdToHwTunnelIdIs"), 2u);
+  EXPECT_EQ(counter("tunnelIdToHwTunnelIdDel"), 2u);
+  EXPECT_EQ(counter("tunnelIdToHwTunnelIdNotify"), 6u);
+}
+
+TEST_F(PublishedTunnelTable, ReadinessReachesNotifieesOnBothSidesAfterTheContentsBeforeIt) {
+  Recorder mine(writer);
+  Recorder theirs(reader);
+  writer->tunnelIdToHwTunnelIdIs({TunnelId(2), HwTunnelId(20)});
+  writer->tunnelIdToHwTunnelIdReadyIs(true);
+  EXPECT_EQ(mine.controls, (std::vector<std::string>{"ready=1 tunnels=2"}));
+  EXPECT_FALSE(reader->tunnelIdToHwTunnelIdControl().ready);
+  reader->tunnelIdToHwTunnelIdPoll();
+  EXPECT_EQ(theirs.controls, (std::vector<std::string>{"ready=1 tunnels=2"}));
+  // A writer rebuilding the table withdraws readiness before its first change.
+  writer->tunnelIdToHwTunnelIdReadyIs(false);
+  writer->tunnelIdToHwTunnelIdDelAll();
+  reader->tunnelIdToHwTunnelIdPoll();
+  EXPECT_EQ(theirs.controls.back(), "ready=0 tunnels=2");
+  EXPECT_EQ(reader->tunnelIdToHwTunnelIds(), 0u);
+}
+
+// Bytes the constructor does not write are garbage here; the segment must not see them.
+TEST_F(PublishedTunnelTable, EqualEntriesAreEqualBytesInTheSegment) {
+  alignas(TunnelIdToHwTunnelId) unsigned char dirty[sizeof(TunnelIdToHwTunnelId)];
+  std::memset(dirty, 0xa5, sizeof dirty);
+  auto const* entry = new (dirty) TunnelIdToHwTunnelId(TunnelId(1), HwTunnelId(10));
+  writer->tunnelIdToHwTunnelIdIs(*entry);
+  TunnelIdToHwTunnelId const clean(TunnelId(1), HwTunnelId(10));
+
+  int const fd = ::shm_open(
+      Kelp::segmentPath(Kelp::tableName(prefix, "tunnelIdToHwTunnelId")).c_str(), O_RDONLY, 0);
+  ASSERT_GE(fd, 0);
+  std::size_t const bytes = static_cast<std::size_t>(::lseek(fd, 0, SEEK_END));
+  auto* base = static_cast<unsigned char*>(::mmap(nullptr, bytes, PROT_READ, MAP_SHARED, fd, 0));
+  ::close(fd);
+  auto const& geometry = reinterpret_cast<Kelp::Layout::Header const*>(base)->geometry;
+  auto const* slot = reinterpret_cast<Kelp::Word const*>(base + geometry.slotsOffset);
+  ASSERT_EQ(slot[Kelp::Layout::slotKeyWord], 1u);
+  auto const* value = slot + Kelp::Layout::slotKeyWord + geometry.keyWords;
+  EXPECT_EQ(std::memcmp(value, &clean, sizeof clean), 0);
+  ::munmap(base, bytes);
+}
+
+using PublishedTunnelTableDeathTest = PublishedTunnelTable;
+
+TEST_F(PublishedTunnelTableDeathTest, AReaderRefusesWrites) {
+  EXPECT_DEATH(reader->tunnelIdToHwTunnelIdIs({TunnelId(4), HwTunnelId(40)}),
+               "Assertion `tunnelIdToHwTunnelIdWritable\\(\\)' failed");
+  EXPECT_DEATH(reader->tunnelIdToHwTunnelIdDel(TunnelId(1)),
+               "Assertion `tunnelIdToHwTunnelIdWritable\\(\\)' failed");
+  EXPECT_DEATH(reader->tunnelIdToHwTunnelIdReadyIs(true),
+               "Assertion `tunnelIdToHwTunnelIdWritable\\(\\)' failed");
 }
 
 }  // namespace
