@@ -310,9 +310,10 @@ MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig(Dest const& dest) {
   VEL_ASSERT(tunnelId != Tunnel::TunnelTable::TunnelId::invalid());
   MplsFloodSetVia const key = viaOf(dest);
   VEL_ASSERT(hwInfoMapping()->mappingColl().isMemberOf( key ));
-  HwTunnelId const hwTunnelId = hwTunnelIdMappingReady()
-                                    ? hwTunnelIdMapping_->tunnelIdToHwTunnelId(tunnelId).hwTunnelId()
-                                    : HwTunnelId();
+  HwTunnelId hwTunnelId;
+  if (hwTunnelIdMappingReady()) {
+    hwTunnelId = hwTunnelIdMapping_->tunnelIdToHwTunnelId(tunnelId).hwTunnelId();
+  }
   MplsDestHwInfo const hwInfo = hwInfoMapping_->mapping(key);
   return MplsDestConfig(tunnelId, key.label(), hwTunnelId, hwInfo.hwIdForTunnelProgramming(),
                         hwInfo.l2IntfId());

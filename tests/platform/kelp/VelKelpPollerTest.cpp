@@ -8,13 +8,11 @@
 namespace KelpTest {
 namespace {
 
-class PollerTest : public KelpFixture {
- protected:
-  Vel::Ptr<Vel::VirtualClock> clock = new Vel::VirtualClock;
-  Vel::Ptr<Cog::TaskScheduler> scheduler = new Cog::TaskScheduler(clock);
-};
+class PollerTest : public KelpFixture {};
 
 TEST_F(PollerTest, BurstsAreTakenInBatchesAndAnIdleTableIsPolledEveryInterval) {
+  Vel::Ptr<Vel::VirtualClock> clock = new Vel::VirtualClock;
+  Vel::Ptr<Cog::TaskScheduler> scheduler = new Cog::TaskScheduler(clock);
   auto writer = NumberTable::writerNew(table("numbers"));
   auto reader = NumberTable::readerNew(table("numbers"));
   Recorder rec;
