@@ -62,24 +62,32 @@ Kelp::RecordTypeRegistrar<TunnelIdToHwTunnelId> const tunnelEntryRecord(
 
 }  // namespace
 
-TunnelIdToHwTunnelIdMapping::TunnelIdToHwTunnelIdMapping(Vel::Name name)
+TunnelIdToHwTunnelIdMapping::TunnelIdToHwTunnelIdMapping(Vel::Name name, VelKelp::Side side)
     : name_(std::move(name)),
       isCounter_(Trace::counterIs("tunnelIdToHwTunnelIdIs")),
       delCounter_(Trace::counterIs("tunnelIdToHwTunnelIdDel")),
       notifyCounter_(Trace::counterIs("tunnelIdToHwTunnelIdNotify")),
-      tunnelIdToHwTunnelId_(
-          name_, [this](TunnelId const& key) { tunnelIdToHwTunnelIdNotify(key); },
-          [this] { tunnelIdToHwTunnelIdNotifyCollection(); }) {}
+      tunnelIdToHwTunnelId_(name_, side, tunnelIdToHwTunnelIdHooks(),
+                            tunnelIdToHwTunnelIdHooks()) {}
+
+// The writer's own writes and the changes a reader polls become the same notifications.
+VelKelp::Hooks<TunnelId> TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdHooks() {
+  return {.onKey = [this](TunnelId const& key) { tunnelIdToHwTunnelIdNotify(key); },
+          .onCollection = [this] { tunnelIdToHwTunnelIdNotifyCollection(); },
+          .onStatus = [this] { tunnelIdToHwTunnelIdNotifyControl(); }};
+}
 
 Kelp::Status TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdControl() const {
   return tunnelIdToHwTunnelId_.table().status();
 }
 
 void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdReadyIs(bool ready) {
+  VEL_ASSERT(tunnelIdToHwTunnelIdWritable());
   tunnelIdToHwTunnelId_.table().readyIs(ready);
 }
 
 void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdIs(TunnelIdToHwTunnelId const& entry) {
+  VEL_ASSERT(tunnelIdToHwTunnelIdWritable());
   isCounter_->inc();
   try {
     // The table notifies the key (tunnelIdToHwTunnelIdNotify) once the entry is visible.
@@ -92,10 +100,12 @@ void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdIs(TunnelIdToHwTunnelId co
 }
 
 TunnelIdToHwTunnelId* TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdSlot(TunnelId const& key) {
+  VEL_ASSERT(tunnelIdToHwTunnelIdWritable());
   return tunnelIdToHwTunnelId_.table().directSlot(key);
 }
 
 void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdCommit(TunnelIdToHwTunnelId const* entry) {
+  VEL_ASSERT(tunnelIdToHwTunnelIdWritable());
   isCounter_->inc();
   try {
     tunnelIdToHwTunnelId_.table().directCommit(entry);
@@ -108,6 +118,7 @@ void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdCommit(TunnelIdToHwTunnelI
 }
 
 TunnelIdToHwTunnelId TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdDel(TunnelId const& key) {
+  VEL_ASSERT(tunnelIdToHwTunnelIdWritable());
   delCounter_->inc();
   TunnelIdToHwTunnelId removed;
   tunnelIdToHwTunnelId_.table().safeRemove(key, &removed);
@@ -129,9 +140,19 @@ void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdNotifyCollection() {
   notify<NotifieeConst>([](NotifieeConst& n) { n.onTunnelIdToHwTunnelId(); });
 }
 
-Vel::Ptr<TunnelIdToHwTunnelIdMapping> tunnelIdToHwTunnelIdMappingFactory(Vel::Name name) {
+void TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdNotifyControl() {
+  notify<NotifieeConst>([](NotifieeConst& n) { n.onTunnelIdToHwTunnelIdControl(); });
+}
+
+std::size_t TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdPoll(std::size_t maxChanges) {
+  VEL_ASSERT(!tunnelIdToHwTunnelIdWritable());
+  return tunnelIdToHwTunnelId_.poll(maxChanges);
+}
+
+Vel::Ptr<TunnelIdToHwTunnelIdMapping> tunnelIdToHwTunnelIdMappingFactory(Vel::Name name,
+                                                                         VelKelp::Side side) {
   return Vel::validPtr(Vel::Ptr<TunnelIdToHwTunnelIdMapping>(
-      new TunnelIdToHwTunnelIdMapping(std::move(name))));
+      new TunnelIdToHwTunnelIdMapping(std::move(name), side)));
 }
 
 VEL_REGISTER_TYPE(IntfVlanKey);

@@ -5,6 +5,7 @@
 // status, and the entry of the published tunnel-id table.
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -99,7 +100,8 @@ class IntfVlanTunnelKey : public Vel::Value<IntfVlanTunnelKey> {
   TunnelId tunnelId_;
 };
 
-// One entry of the published tunnel-id table; its key is its `key` field.
+// One entry of the published tunnel-id table; its key is its `key` field. It is copied byte for
+// byte into shared memory, so the bytes after hwTunnelId are an explicit, always zero field.
 class TunnelIdToHwTunnelId : public Vel::Value<TunnelIdToHwTunnelId> {
  public:
   TunnelIdToHwTunnelId() = default;
@@ -115,6 +117,7 @@ class TunnelIdToHwTunnelId : public Vel::Value<TunnelIdToHwTunnelId> {
  private:
   TunnelId key_;
   HwTunnelId hwTunnelId_;
+  [[maybe_unused]] uint32_t padding_ = 0;
 };
 
 // Entities with one key fixed at construction and one collection: the interface/VLAN/tunnel
@@ -171,6 +174,12 @@ class IntfVlanStatus : public Vel::Entity {
 // The published table from tunnel ids to hardware tunnel ids. Its one collection lives in a
 // Kelp table (in shared memory when the process publishes its tables), so other processes can
 // mount it; the ESI flooding machine writes it, the flood-set machines read it.
+//
+// Built on the writer's side, the entity owns the table and its writes notify at once. Built on
+// the reader's side, it mounts the table that another process publishes under the same name,
+// refuses writes, and notifies the writer's changes as tunnelIdToHwTunnelIdPoll() takes them.
+// Readers use the table only while tunnelIdToHwTunnelIdControl() says it is ready; a change of
+// readiness reaches the notifiees as onTunnelIdToHwTunnelIdControl().
 class TunnelIdToHwTunnelIdMapping : public Vel::Entity {
  public:
   class NotifieeConst : public Vel::NotifieeConstOf<TunnelIdToHwTunnelIdMapping> {
@@ -179,10 +188,12 @@ class TunnelIdToHwTunnelIdMapping : public Vel::Entity {
     virtual void onTunnelIdToHwTunnelId(TunnelId const&) {}
     virtual void onTunnelIdToHwTunnelId() {}
     virtual void onTunnelIdToHwTunnelIdvelImmediate() {}
+    // Readiness or the writer's presence changed; read tunnelIdToHwTunnelIdControl().
+    virtual void onTunnelIdToHwTunnelIdControl() {}
   };
   using TunnelIdToHwTunnelIdColl = VelKelp::Collection<TunnelId, TunnelIdToHwTunnelId>;
 
-  explicit TunnelIdToHwTunnelIdMapping(Vel::Name name);
+  explicit TunnelIdToHwTunnelIdMapping(Vel::Name name, VelKelp::Side side = VelKelp::Side::writer);
   Vel::Name const& name() const { return name_; }
 
   // The entry of a tunnel; the all-zero entry when the table holds none.
@@ -194,6 +205,9 @@ class TunnelIdToHwTunnelIdMapping : public Vel::Entity {
   // Readiness and mounting state of the shared collection, as readers see it.
   Kelp::Status tunnelIdToHwTunnelIdControl() const;
   void tunnelIdToHwTunnelIdReadyIs(bool ready);
+  bool tunnelIdToHwTunnelIdWritable() const {
+    return tunnelIdToHwTunnelId_.side() == VelKelp::Side::writer;
+  }
 
   void tunnelIdToHwTunnelIdIs(TunnelIdToHwTunnelId const& entry);
   // Publishes an entry already written in place (the table's direct slot for its key).
@@ -203,11 +217,18 @@ class TunnelIdToHwTunnelIdMapping : public Vel::Entity {
   void tunnelIdToHwTunnelIdDelAll();
   void tunnelIdToHwTunnelIdNotify(TunnelId const& key);
   void tunnelIdToHwTunnelIdNotifyCollection();
+  void tunnelIdToHwTunnelIdNotifyControl();
+  // Reader side: takes up to maxChanges of the writer's changes and notifies them; returns how
+  // many it took.
+  std::size_t tunnelIdToHwTunnelIdPoll(
+      std::size_t maxChanges = std::numeric_limits<std::size_t>::max());
 
   VEL_DESCRIBE("Nox::TunnelIdToHwTunnelIdMapping", "tunnelIdToHwTunnelId",
                "tunnelIdToHwTunnelIdControl")
 
  private:
+  VelKelp::Hooks<TunnelId> tunnelIdToHwTunnelIdHooks();
+
   Vel::Name const name_;
   Trace::Counter* const isCounter_;
   Trace::Counter* const delCounter_;
@@ -215,6 +236,7 @@ class TunnelIdToHwTunnelIdMapping : public Vel::Entity {
   TunnelIdToHwTunnelIdColl tunnelIdToHwTunnelId_;
 };
 
-Vel::Ptr<TunnelIdToHwTunnelIdMapping> tunnelIdToHwTunnelIdMappingFactory(Vel::Name name);
+Vel::Ptr<TunnelIdToHwTunnelIdMapping> tunnelIdToHwTunnelIdMappingFactory(
+    Vel::Name name, VelKelp::Side side = VelKelp::Side::writer);
 
 }  // namespace Nox

@@ -141,14 +141,38 @@ void EvpnVlanFloodSetSm::VelHwTunnelIdMapping::onTunnelIdToHwTunnelId(TunnelId c
 
 void EvpnVlanFloodSetSm::VelHwTunnelIdMapping::onTunnelIdToHwTunnelId() {
   // The whole table may have changed: look again at every tunnel in use.
+  if (ready_) sm_->handleHwTunnelIdMappingAll();
+}
+
+void EvpnVlanFloodSetSm::VelHwTunnelIdMapping::onTunnelIdToHwTunnelIdControl() {
+  bool const ready = notifier()->tunnelIdToHwTunnelIdControl().ready;
+  if (ready == ready_) return;
+  ready_ = ready;
+  sm_->handleHwTunnelIdMappingReady(ready);
+}
+
+// A table that is not ready keeps what was published from it: a writer rebuilding the table
+// should not make the hardware drop and re-add every tunnel.
+void EvpnVlanFloodSetSm::handleHwTunnelIdMappingReady(bool ready) {
+  NOX_TRACE_ENTRY(" handleHwTunnelIdMappingReady ready: {}", ready);
+  if (!initialized()) return;
+  if (!ready) {
+    NOX_TRACE_CHANGE(" hwTunnelIdMapping not ready, its changes wait");
+    return;
+  }
+  NOX_TRACE_CHANGE(" hwTunnelIdMapping ready, reviewing every tunnel in use");
+  handleHwTunnelIdMappingAll();
+}
+
+void EvpnVlanFloodSetSm::handleHwTunnelIdMappingAll() {
   std::vector<TunnelId> tunnels;
-  for (auto [tunnel, set] : sm_->tunnelToFloodSetEntryColl()) tunnels.push_back(tunnel);
-  for (TunnelId const& tunnel : tunnels) sm_->handleHwTunnelIdMapping(tunnel);
+  for (auto [tunnel, set] : tunnelToFloodSetEntryColl()) tunnels.push_back(tunnel);
+  for (TunnelId const& tunnel : tunnels) handleHwTunnelIdMapping(tunnel);
 }
 
 void EvpnVlanFloodSetSm::handleHwTunnelIdMapping(TunnelId const& tunnelId) {
   NOX_TRACE_ENTRY(" handleHwTunnelIdMapping tunnelId: {}", tunnelId);
-  if (!initialized()) return;
+  if (!initialized() || !hwTunnelIdMappingReady()) return;
   auto dests = tunnelToFloodSetEntry(tunnelId);
   if (!dests) {
     NOX_TRACE_CHANGE(" no dests associated with this tunnel {}", tunnelId);
@@ -292,9 +316,10 @@ MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig(Dest const& dest) {
   VEL_ASSERT(tunnelId != Tunnel::TunnelTable::TunnelId::invalid());
   MplsFloodSetVia const key = viaOf(dest);
   VEL_ASSERT(hwInfoMapping()->mappingColl().isMemberOf( key ));
-  HwTunnelId const hwTunnelId =
-      hwTunnelIdMapping_ ? hwTunnelIdMapping_->tunnelIdToHwTunnelId(tunnelId).hwTunnelId()
-                         : HwTunnelId();
+  HwTunnelId hwTunnelId;
+  if (hwTunnelIdMappingReady()) {
+    hwTunnelId = hwTunnelIdMapping_->tunnelIdToHwTunnelId(tunnelId).hwTunnelId();
+  }
   MplsDestHwInfo const hwInfo = hwInfoMapping_->mapping(key);
   return MplsDestConfig(tunnelId, key.label(), hwTunnelId, hwInfo.hwIdForTunnelProgramming(),
                         hwInfo.l2IntfId());

@@ -22,17 +22,23 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
   using VelFloodSet = Reactors::VelFloodSet;
   static constexpr std::string_view floodSetOutputReactorName = "VelFloodSetOutput";
 
+  // Until the table is ready (its writer has published its initial contents) the machine treats
+  // it as absent: lookups miss and its changes are ignored. Once it is ready every tunnel in use
+  // is looked at again.
   class VelHwTunnelIdMapping : public TunnelIdToHwTunnelIdMapping::NotifieeConst {
    public:
     VelHwTunnelIdMapping(Vel::Ptr<TunnelIdToHwTunnelIdMapping const> const& m,
                          EvpnVlanFloodSetSm* sm)
-        : NotifieeConst(m), sm_(sm) {}
+        : NotifieeConst(m), sm_(sm), ready_(m->tunnelIdToHwTunnelIdControl().ready) {}
     void onTunnelIdToHwTunnelId(TunnelId const& tunnelId) override;
     void onTunnelIdToHwTunnelId() override;
+    void onTunnelIdToHwTunnelIdControl() override;
+    bool ready() const { return ready_; }
     VEL_DESCRIBE("Nox::EvpnVlanFloodSetSm::VelHwTunnelIdMapping", "hwTunnelIdMapping")
 
    private:
     EvpnVlanFloodSetSm* sm_;
+    bool ready_;
   };
 
   class VelHwInfoMapping : public HwInfoMapping::NotifieeConst {
@@ -114,6 +120,12 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
   void handleFloodSet(VelFloodSet& reactor);
   void handleDestSet(VelFloodSet& reactor, L2Rib::Dest const& dest);
   void handleHwTunnelIdMapping(TunnelId const& tunnelId);
+  void handleHwTunnelIdMappingReady(bool ready);
+  // Every tunnel a destination uses, through handleHwTunnelIdMapping.
+  void handleHwTunnelIdMappingAll();
+  bool hwTunnelIdMappingReady() const {
+    return velHwTunnelIdMapping_ && velHwTunnelIdMapping_->ready();
+  }
   void handleHwInfoMapping(MplsFloodSetVia const& via);
 
   void processMplsDest(Bridging::VlanId vlan, Gantry::EthAddr const& mac, L2Rib::Dest const& dest);

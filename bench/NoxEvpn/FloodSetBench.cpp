@@ -112,6 +112,7 @@ struct FloodSetWorld {
     }
   }
   void start() {
+    tunnelTable->tunnelIdToHwTunnelIdReadyIs(true);
     sm = Nox::evpnVlanFloodSetSmFactory(sharedInput(), tunnelTable, hwInfo, hwConfig, hwStatus);
   }
 };

@@ -1,18 +1,17 @@
 #pragma once
 
-// A process-local index from keys to slots: ordered (tables iterate in ascending key order) and,
-// where the key can be hashed, with a hash map beside it so that replacing the value of a known
-// key costs one hash probe instead of a walk down the tree.
+// A process-local index from keys to slots: ordered (tables iterate in ascending key order), with
+// a hash map beside it so that replacing the value of a known key costs one hash probe instead of
+// a walk down the tree.
 //
-// A key hashes when std::hash<K> is defined, or when every bit of K takes part in its value
-// (no padding), so that its bytes can be hashed. Other keys use the tree alone.
+// Keys hash with std::hash<K> when it is defined, else by their bytes: table keys have no padding,
+// so equal keys are equal bytes.
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <map>
-#include <type_traits>
 #include <unordered_map>
 
 namespace Kelp {
@@ -33,12 +32,6 @@ struct KeyHash {
 };
 
 template <class K>
-inline constexpr bool keyHashes = requires(K const& k) {
-  std::hash<K>{}(k);
-}
-|| std::has_unique_object_representations_v<K>;
-
-template <class K>
 class KeyIndex {
  public:
   using Slot = std::uint32_t;
@@ -47,28 +40,23 @@ class KeyIndex {
   static constexpr Slot none = ~Slot{0};
 
   Slot find(K const& key) const {
-    if constexpr (keyHashes<K>) {
-      auto const it = hashed_.find(key);
-      return it == hashed_.end() ? none : it->second;
-    } else {
-      auto const it = ordered_.find(key);
-      return it == ordered_.end() ? none : it->second;
-    }
+    auto const it = hashed_.find(key);
+    return it == hashed_.end() ? none : it->second;
   }
 
   void assign(K const& key, Slot slot) {
     ordered_.insert_or_assign(key, slot);
-    if constexpr (keyHashes<K>) hashed_.insert_or_assign(key, slot);
+    hashed_.insert_or_assign(key, slot);
   }
 
   bool erase(K const& key) {
-    if constexpr (keyHashes<K>) hashed_.erase(key);
+    hashed_.erase(key);
     return ordered_.erase(key) != 0;
   }
 
   void clear() {
     ordered_.clear();
-    if constexpr (keyHashes<K>) hashed_.clear();
+    hashed_.clear();
   }
 
   std::size_t size() const { return ordered_.size(); }
@@ -77,11 +65,8 @@ class KeyIndex {
   const_iterator lowerBound(K const& key) const { return ordered_.lower_bound(key); }
 
  private:
-  struct NoHash {};
   Ordered ordered_;
-  [[no_unique_address]] std::conditional_t<keyHashes<K>, std::unordered_map<K, Slot, KeyHash<K>>,
-                                           NoHash>
-      hashed_;
+  std::unordered_map<K, Slot, KeyHash<K>> hashed_;
 };
 
 }  // namespace Kelp

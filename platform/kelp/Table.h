@@ -12,8 +12,9 @@
 // status, corruption reports. A damaged segment raises Kelp::CorruptionException from the
 // operation that meets it.
 //
-// K and V are trivially copyable; K has operator< and operator==. All calls on one table come
-// from one thread.
+// K and V are trivially copyable and have no padding: their bytes are copied into the segment, so
+// equal records must be equal bytes (a record with a gap gets an explicit, zeroed field for it).
+// K has operator< and operator==. All calls on one table come from one thread.
 
 #include <array>
 #include <chrono>
@@ -42,6 +43,10 @@ template <class K, class V>
 class Table : public Vel::PtrInterface {
   static_assert(std::is_trivially_copyable_v<K> && std::is_trivially_copyable_v<V>);
   static_assert(std::is_default_constructible_v<K> && std::is_default_constructible_v<V>);
+  static_assert(std::has_unique_object_representations_v<K>,
+                "a Kelp key must have no padding: give its gaps explicit, zeroed fields");
+  static_assert(std::has_unique_object_representations_v<V>,
+                "a Kelp value must have no padding: give its gaps explicit, zeroed fields");
 
  public:
   using Ptr = Vel::Ptr<Table>;
@@ -121,10 +126,13 @@ class Table : public Vel::PtrInterface {
     return true;
   }
 
-  // Marks the initial contents published (or withdrawn); readers see it in status().
+  // Marks the initial contents published (or withdrawn); readers see it in status(). A change
+  // of readiness calls onStatus() here as on the readers.
   void readyIs(bool ready) {
     VEL_ASSERT(mode() != Mode::reader);
+    if (ready == core_.ready()) return;
     core_.readyIs(ready);
+    notifyStatus();
   }
 
   // Tells every notifiee, here and in reader processes, that the whole table may have changed.
@@ -154,8 +162,14 @@ class Table : public Vel::PtrInterface {
   Iterator end() const { return Iterator(this, index_.end()); }
   Iterator lowerBound(K const& key) const { return Iterator(this, index_.lowerBound(key)); }
 
-  bool ready() const { return core_.ready(); }
-  Status status() const { return core_.status(); }
+  // On a reader, as of its last poll(): ready once its view holds what the writer had published
+  // when it became ready.
+  bool ready() const { return mode() == Mode::reader ? viewReady_ : core_.ready(); }
+  Status status() const {
+    Status s = core_.status();
+    s.ready = ready();
+    return s;
+  }
   bool readerFullyAttached() const { return core_.status().readersFullyAttached > 0; }
 
   void notifieeIs(Notifiee* n) { notifiees_.add(n); }
@@ -169,7 +183,10 @@ class Table : public Vel::PtrInterface {
 
   // Takes up to maxChanges pending changes from the change log, bringing this reader's view up
   // to date and calling the notifiees; returns how many it took. A reader that fell further
-  // behind than the log holds gets one onCollection() instead of the lost keys.
+  // behind than the log holds gets one onCollection() instead of the lost keys. A status change
+  // is reported before the changes, except readiness turning true: that is reported once the
+  // view holds every change made before it, so a notifiee that waits for readiness and then
+  // walks the table finds the initial contents.
   std::size_t poll(std::size_t maxChanges = std::numeric_limits<std::size_t>::max()) {
     VEL_ASSERT(mode() == Mode::reader);
     VEL_ASSERT(!polling_);
@@ -180,10 +197,14 @@ class Table : public Vel::PtrInterface {
     } done{polling_};
     pollStatus();
     std::size_t taken = 0;
+    bool drained = false;
     TableCore::Change change;
     while (taken < maxChanges) {
       TableCore::Next const next = core_.nextChange(&change);
-      if (next == TableCore::Next::none) break;
+      if (next == TableCore::Next::none) {
+        drained = true;
+        break;
+      }
       ++taken;
       if (next == TableCore::Next::overrun) {
         resync();
@@ -192,7 +213,12 @@ class Table : public Vel::PtrInterface {
         apply(change);
       }
     }
-    if (!fullyAttached_ && core_.ready()) {
+    if (readyPending_ && drained) {
+      readyPending_ = false;
+      viewReady_ = true;
+      notifyStatus();
+    }
+    if (!fullyAttached_ && viewReady_) {
       core_.markFullyAttached();
       fullyAttached_ = true;
     }
@@ -260,8 +286,10 @@ class Table : public Vel::PtrInterface {
               RecordShape{sizeof(K), sizeof(V), recordTypeName<K>(), recordTypeName<V>()},
               options) {
     if (mode == Mode::reader) {
+      // Readiness first: a scan that follows it sees every record published before it.
+      viewReady_ = core_.ready();
       resync();
-      fullyAttached_ = core_.ready();
+      fullyAttached_ = viewReady_;
       if (fullyAttached_) core_.markFullyAttached();
     }
   }
@@ -309,12 +337,17 @@ class Table : public Vel::PtrInterface {
   void pollStatus() {
     unsigned const event = core_.refreshStatus();
     if (event == TableCore::statusUnchanged) return;
+    bool const ready = core_.seenReady();
     if (event & TableCore::segmentReplaced) {
+      viewReady_ = false;
       resync();
       fullyAttached_ = false;
       notifyAll();
     }
-    notifiees_.visit([](Notifiee& n) { n.onStatus(); });
+    readyPending_ = ready && !viewReady_;
+    if (readyPending_) return;
+    viewReady_ = ready;
+    notifyStatus();
   }
 
   void notifyKey(K const& key) {
@@ -323,6 +356,9 @@ class Table : public Vel::PtrInterface {
   void notifyAll() {
     notifiees_.visit([](Notifiee& n) { n.onCollection(); });
   }
+  void notifyStatus() {
+    notifiees_.visit([](Notifiee& n) { n.onStatus(); });
+  }
 
   Vel::Name name_;
   mutable TableCore core_;
@@ -330,6 +366,8 @@ class Table : public Vel::PtrInterface {
   NotifieeList<Notifiee> notifiees_;
   bool polling_ = false;
   bool fullyAttached_ = false;
+  bool viewReady_ = false;
+  bool readyPending_ = false;
   bool staged_ = false;
   K stagedKey_{};
   V stagedValue_{};

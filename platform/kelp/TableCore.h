@@ -91,6 +91,8 @@ class TableCore {
   bool attachReplacement();
   void markFullyAttached();
   bool writerGone() const { return !seenWriterAlive_; }
+  // Readiness as refreshStatus() last read it.
+  bool seenReady() const { return seenReady_; }
   // True when the log holds an entry this reader has not taken (cheap, for spinning).
   bool changePending() const;
   // Waits until a change or a status change is pending: spins for spinFor, then sleeps in short

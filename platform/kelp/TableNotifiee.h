@@ -1,14 +1,15 @@
 #pragma once
 
 // The callbacks a table delivers. On the writer's side they run synchronously at the end of
-// each safeWrite / directCommit / safeRemove / notifyCollection; on a reader's side they run
-// from poll(), in log order. Every write notifies its key, equal value or not; a remove notifies
-// only when the key was present.
+// each safeWrite / directCommit / safeRemove / notifyCollection / readyIs; on a reader's side
+// they run from poll(), in log order. Every write notifies its key, equal value or not; a remove
+// notifies only when the key was present.
 //
 // onKey: one key was inserted, replaced or removed (look it up to tell which).
 // onCollection: the whole table may have changed (the writer said so, or this reader fell
 //   behind the change log and rebuilt its view); walk it again.
-// onStatus: readiness, the writer's presence, or the segment itself (a new writer) changed.
+// onStatus: readiness, the writer's presence, or the segment itself (a new writer) changed. A
+//   reader hears of readiness turning true once its view holds what was written before it.
 
 #include <cstddef>
 #include <vector>

@@ -57,6 +57,13 @@ Nox::MplsDestHwInfo hwInfo(uint64_t hwId, std::string const& l2) {
   return Nox::MplsDestHwInfo(hwId, Gantry::IntfId(l2));
 }
 
+// A tunnel table as its writer leaves it at the end of its initialization.
+Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> readyTunnelTable(char const* name) {
+  auto table = Nox::tunnelIdToHwTunnelIdMappingFactory(name);
+  table->tunnelIdToHwTunnelIdReadyIs(true);
+  return table;
+}
+
 class FloodSetSmTest : public ::testing::Test {
  protected:
   void start() {
@@ -69,8 +76,7 @@ class FloodSetSmTest : public ::testing::Test {
 
   NoxTest::TraceCapture capture{1};
   Vel::Ptr<L2Rib::FloodSetOutput> in = L2Rib::floodSetOutputFactory();
-  Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnels =
-      Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId");
+  Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnels = readyTunnelTable("tunnelIdToHwTunnelId");
   Vel::Ptr<Nox::HwInfoMapping> hwInfos = Nox::hwInfoMappingFactory();
   Vel::Ptr<Nox::EvpnVlanFloodSetHwConfig> hwConfig = Nox::evpnVlanFloodSetHwConfigFactory();
   Vel::Ptr<Nox::EvpnVlanFloodSetHwStatus> hwStatus = Nox::evpnVlanFloodSetHwStatusFactory();
@@ -154,6 +160,30 @@ TEST_F(FloodSetSmTest, WatcherWithdrawingTheViaDuringAnUpdateLeavesNothingPublis
   hwInfos->mappingIs(via(5, 1000), hwInfo(3, "L2Intf3"));
   EXPECT_EQ(render(*hwConfig),
             (Lines{"100 00:00:00:00:01:00 tunnel=5 label=1000 hwTunnelId=0 hwId=3 l2Intf=L2Intf3"}));
+}
+
+// While its writer rebuilds the tunnel table the machine neither reads it nor follows it, and
+// keeps what it published; once the table is ready again every tunnel in use is looked at.
+TEST_F(FloodSetSmTest, TunnelTableIsUsedOnlyWhileReady) {
+  tunnels->tunnelIdToHwTunnelIdReadyIs(false);
+  tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(TunnelId(6), HwTunnelId(600)));
+  hwInfos->mappingIs(via(6, 1000), hwInfo(1, "L2Intf1"));
+  floodSet(101, 0x100)->destSetIs(dest("mpls/3/Tunnel6/1000"), true);
+  start();
+  tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(TunnelId(6), HwTunnelId(601)));
+  auto config = [](unsigned hwTunnelId) {
+    return Lines{"101 00:00:00:00:01:00 tunnel=6 label=1000 hwTunnelId=" +
+                 std::to_string(hwTunnelId) + " hwId=1 l2Intf=L2Intf1"};
+  };
+  EXPECT_EQ(render(*hwConfig), config(0));
+  tunnels->tunnelIdToHwTunnelIdReadyIs(true);
+  EXPECT_EQ(render(*hwConfig), config(601));
+
+  tunnels->tunnelIdToHwTunnelIdReadyIs(false);
+  tunnels->tunnelIdToHwTunnelIdDelAll();
+  EXPECT_EQ(render(*hwConfig), config(601));
+  tunnels->tunnelIdToHwTunnelIdReadyIs(true);
+  EXPECT_EQ(render(*hwConfig), config(0));
 }
 
 TEST_F(FloodSetSmTest, RenotifiedUnchangedDestinationWritesNothing) {
@@ -252,7 +282,7 @@ TEST_P(FloodSetSmProperty, InvariantsHoldAfterEveryStep) {
   std::mt19937 rng(GetParam());
   auto pick = [&rng](unsigned n) { return static_cast<unsigned>(rng() % n); };
   auto in = L2Rib::floodSetOutputFactory();
-  auto tunnels = Nox::tunnelIdToHwTunnelIdMappingFactory("tunnels");
+  auto tunnels = readyTunnelTable("tunnels");
   auto hwInfos = Nox::hwInfoMappingFactory();
   auto hwConfig = Nox::evpnVlanFloodSetHwConfigFactory();
   auto hwStatus = Nox::evpnVlanFloodSetHwStatusFactory();

@@ -5,7 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <new>
+
 #include "NoxEvpn/NoxEvpn.h"
+#include "platform/kelp/Layout.h"
 #include "platform/kelp/Table.h"
 #include "platform/kelp/TableList.h"
 
@@ -131,6 +135,83 @@ TEST(TunnelTablePublishedDeathTest, CorruptSegmentOnWriteIsFatalWithTheTableServ
       "/usr/include/Kelp/KelpMap:[0-9]+: safeWrite: Assertion `KelpMap::safeWrite\\(\\) in no "
       "man's land' failed");
   Kelp::unlinkTable(Kelp::tableName(prefix, "tunnelIdToHwTunnelId"));
+}
+
+}  // namespace
+
+namespace {
+
+// A writer entity published under a prefix of its own, and a reader entity mounting it by name in
+// the same process, as another agent would.
+class PublishedTunnelTable : public ::testing::Test {
+ protected:
+  PublishedTunnelTable() {
+    VelKelp::publishPrefixIs(prefix);
+    writer = Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId");
+    writer->tunnelIdToHwTunnelIdIs({TunnelId(1), HwTunnelId(10)});
+    reader = Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId", VelKelp::Side::reader);
+    VelKelp::publishPrefixIs("");
+    Trace::countersReset();
+  }
+  ~PublishedTunnelTable() override {
+    reader = nullptr;
+    writer = nullptr;
+    Kelp::unlinkTable(Kelp::tableName(prefix, "tunnelIdToHwTunnelId"));
+  }
+  uint64_t counter(char const* name) { return Trace::counterValue(name); }
+
+  std::string const prefix = "noxtestr" + std::to_string(::getpid());
+  Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> writer;
+  Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> reader;
+};
+
+TEST_F(PublishedTunnelTable, ReaderIsNotifiedOfEachChangeWhenItPollsAndCountsItsNotifications) {
+  Recorder heard(reader);
+  EXPECT_EQ(reader->tunnelIdToHwTunnelId(TunnelId(1)).hwTunnelId(), HwTunnelId(10));
+  writer->tunnelIdToHwTunnelIdIs({TunnelId(2), HwTunnelId(20)});
+  writer->tunnelIdToHwTunnelIdIs({TunnelId(1), HwTunnelId(11)});
+  writer->tunnelIdToHwTunnelIdDel(TunnelId(2));
+  writer->tunnelIdToHwTunnelIdDel(TunnelId(3));
+  EXPECT_TRUE(heard.keys.empty());
+  EXPECT_EQ(reader->tunnelIdToHwTunnelIdPoll(2), 2u);
+  EXPECT_EQ(heard.keys, (std::vector<uint64_t>{2, 1}));
+  EXPECT_EQ(reader->tunnelIdToHwTunnelIdPoll(), 1u);
+  EXPECT_EQ(heard.keys, (std::vector<uint64_t>{2, 1, 2}));
+  EXPECT_EQ(reader->tunnelIdToHwTunnelId(TunnelId(1)).hwTunnelId(), HwTunnelId(11));
+  EXPECT_EQ(reader->tunnelIdToHwTunnelIds(), 1u);
+  // Writes and deletes count on the writer; notifications on both sides.
+  EXPECT_EQ(counter("tunnelIdToHwTunnelIdIs"), 2u);
+  EXPECT_EQ(counter("tunnelIdToHwTunnelIdDel"), 2u);
+  EXPECT_EQ(counter("tunnelIdToHwTunnelIdNotify"), 6u);
+}
+
+// Bytes the constructor does not write are garbage here; the segment must not see them.
+TEST_F(PublishedTunnelTable, EqualEntriesAreEqualBytesInTheSegment) {
+  alignas(TunnelIdToHwTunnelId) unsigned char dirty[sizeof(TunnelIdToHwTunnelId)];
+  std::memset(dirty, 0xa5, sizeof dirty);
+  auto const* entry = new (dirty) TunnelIdToHwTunnelId(TunnelId(1), HwTunnelId(10));
+  writer->tunnelIdToHwTunnelIdIs(*entry);
+  TunnelIdToHwTunnelId const clean(TunnelId(1), HwTunnelId(10));
+
+  int const fd = ::shm_open(
+      Kelp::segmentPath(Kelp::tableName(prefix, "tunnelIdToHwTunnelId")).c_str(), O_RDONLY, 0);
+  ASSERT_GE(fd, 0);
+  std::size_t const bytes = static_cast<std::size_t>(::lseek(fd, 0, SEEK_END));
+  auto* base = static_cast<unsigned char*>(::mmap(nullptr, bytes, PROT_READ, MAP_SHARED, fd, 0));
+  ::close(fd);
+  auto const& geometry = reinterpret_cast<Kelp::Layout::Header const*>(base)->geometry;
+  auto const* slot = reinterpret_cast<Kelp::Word const*>(base + geometry.slotsOffset);
+  ASSERT_EQ(slot[Kelp::Layout::slotKeyWord], 1u);
+  auto const* value = slot + Kelp::Layout::slotKeyWord + geometry.keyWords;
+  EXPECT_EQ(std::memcmp(value, &clean, sizeof clean), 0);
+  ::munmap(base, bytes);
+}
+
+using PublishedTunnelTableDeathTest = PublishedTunnelTable;
+
+TEST_F(PublishedTunnelTableDeathTest, AReaderRefusesWrites) {
+  EXPECT_DEATH(reader->tunnelIdToHwTunnelIdIs({TunnelId(4), HwTunnelId(40)}),
+               "Assertion `tunnelIdToHwTunnelIdWritable\\(\\)' failed");
 }
 
 }  // namespace

@@ -39,6 +39,7 @@ struct World {
   Vel::Ptr<Nox::EvpnVlanFloodSetHwConfig> hwConfig;
   Vel::Ptr<Nox::EvpnVlanFloodSetHwStatus> hwStatus;
   // Tunnel id -> hardware tunnel id (written by esi); published in shared memory with --shm.
+  // Ready from the start.
   Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnels;
   // EVPN status and the agent's common data (port-channel members), inputs of esi and dot1q.
   Vel::Ptr<Evpn::EvpnStatus> evpnStatus;

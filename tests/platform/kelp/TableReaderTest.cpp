@@ -162,5 +162,36 @@ TEST_F(ReaderSide, WaitingReaderWakesForChangesAndStatusAndKeepsTheContentsAfter
   EXPECT_TRUE(next->empty());
 }
 
+// Readiness turning true reaches a reader only once its view holds what was written before it;
+// readiness withdrawn reaches it before the changes that follow. The writer's own notifiees hear
+// each change of readiness once.
+TEST_F(ReaderSide, ReadinessIsReportedWhereTheReadersViewMatchesIt) {
+  auto writer = NumberTable::writerNew(table("numbers"));
+  auto reader = NumberTable::readerNew(table("numbers"));
+  Recorder mine;
+  Recorder theirs;
+  writer->notifieeIs(&mine);
+  reader->notifieeIs(&theirs);
+  writer->safeWrite(1, 10);
+  writer->safeWrite(2, 20);
+  writer->readyIs(true);
+  writer->readyIs(true);
+  EXPECT_EQ(mine.take(), "k:1 k:2 status");
+  EXPECT_EQ(reader->poll(1), 1u);
+  EXPECT_EQ(theirs.take(), "k:1");
+  EXPECT_FALSE(reader->ready());
+  EXPECT_FALSE(reader->status().ready);
+  reader->poll();
+  EXPECT_EQ(theirs.take(), "k:2 status");
+  EXPECT_TRUE(reader->status().ready);
+  EXPECT_EQ(writer->status().readersFullyAttached, 1u);
+
+  writer->readyIs(false);
+  writer->safeRemove(1);
+  reader->poll();
+  EXPECT_EQ(theirs.take(), "status k:1");
+  EXPECT_FALSE(reader->ready());
+}
+
 }  // namespace
 }  // namespace KelpTest
