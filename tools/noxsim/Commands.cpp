@@ -21,6 +21,8 @@ std::vector<CommandEntry> commandTable() {
       agentCommands(),
       checkCommands(),
       tunnelCommands(),
+      floodingCommonCommands(),
+      dot1qCommands(),
   };
   std::vector<CommandEntry> table;
   for (auto const& family : families) table.insert(table.end(), family.begin(), family.end());

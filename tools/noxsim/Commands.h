@@ -53,5 +53,7 @@ std::vector<CommandEntry> floodSetCommands();
 std::vector<CommandEntry> agentCommands();
 std::vector<CommandEntry> checkCommands();
 std::vector<CommandEntry> tunnelCommands();
+std::vector<CommandEntry> floodingCommonCommands();
+std::vector<CommandEntry> dot1qCommands();
 
 }  // namespace Noxsim

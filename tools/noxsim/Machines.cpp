@@ -8,6 +8,7 @@ std::vector<MachineWiring> const& machineTable() {
   static std::vector<MachineWiring> const table = {
       filterMachine(),
       floodSetMachine(),
+      dot1qMachine(),
   };
   return table;
 }

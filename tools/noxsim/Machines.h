@@ -36,5 +36,6 @@ int machineIndex(std::string_view name);
 
 MachineWiring filterMachine();
 MachineWiring floodSetMachine();
+MachineWiring dot1qMachine();
 
 }  // namespace Noxsim

@@ -40,6 +40,8 @@ class Sim {
 
   // Machines, by index in machineTable().
   bool running(int machine) const { return bool(machines_[machine]); }
+  // The running machine of that name, or null.
+  Vel::PtrInterface const* machine(std::string_view name) const;
   // Start (in table order) or stop the machines; each must be stopped (started) before.
   void start(std::vector<int> machines);
   void stop(std::vector<int> machines);

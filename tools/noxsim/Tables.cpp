@@ -16,6 +16,8 @@ std::vector<TableEntry> const& tableRegistry() {
         floodSetTables(),
         agentTables(),
         tunnelTables(),
+        floodingCommonTables(),
+        dot1qTables(),
     };
     std::vector<TableEntry> joined;
     for (auto const& family : families) joined.insert(joined.end(), family.begin(), family.end());

@@ -37,5 +37,7 @@ std::vector<std::string> tableText(Sim& sim, TableEntry const& table);
 std::vector<TableEntry> floodSetTables();
 std::vector<TableEntry> agentTables();
 std::vector<TableEntry> tunnelTables();
+std::vector<TableEntry> floodingCommonTables();
+std::vector<TableEntry> dot1qTables();
 
 }  // namespace Noxsim

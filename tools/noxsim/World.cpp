@@ -2,6 +2,8 @@
 
 #include "tools/noxsim/World.h"
 
+#include "tools/noxsim/FloodingCommon.h"
+
 namespace Noxsim {
 
 World::World()
@@ -12,6 +14,10 @@ World::World()
       hwInfo(Nox::hwInfoMappingFactory()),
       hwConfig(Nox::evpnVlanFloodSetHwConfigFactory()),
       hwStatus(Nox::evpnVlanFloodSetHwStatusFactory()),
-      tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")) {}
+      tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")),
+      floodingHelper(floodingStubFactory(&calls)),
+      evpnStatus(Evpn::evpnStatusFactory()),
+      ncsd(Nox::noxCommonSmDataFactory("ncsd")),
+      bridgingConfig(Bridging::configFactory()) {}
 
 }  // namespace Noxsim

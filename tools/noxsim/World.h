@@ -9,9 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "NoxEvpn/NoxCommon.h"
+#include "NoxEvpn/NoxEvpnFloodingSmHelper.h"
 #include "NoxEvpn/NoxEvpnVlanFloodSet.h"
 #include "platform/cog/Clock.h"
 #include "platform/cog/TaskScheduler.h"
+#include "platform/types/Bridging/Bridging.h"
+#include "platform/types/Evpn/Evpn.h"
 #include "platform/types/L2Rib/L2Rib.h"
 
 namespace Noxsim {
@@ -34,6 +38,13 @@ struct World {
   Vel::Ptr<Nox::EvpnVlanFloodSetHwStatus> hwStatus;
   // Tunnel id -> hardware tunnel id (written by esi); published in shared memory with --shm.
   Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnels;
+  // The flooding helper stub shared by esi and dot1q (it logs into `calls`), the EVPN status and
+  // the common data's port-channel membership.
+  Vel::Ptr<NoxHelper::EvpnFloodingSmHelperStub> floodingHelper;
+  Vel::Ptr<Evpn::EvpnStatus> evpnStatus;
+  Vel::Ptr<Nox::NoxCommonSmData> ncsd;
+  // VLAN membership (input of dot1q).
+  Vel::Ptr<Bridging::Config> bridgingConfig;
 
   // Hardware-helper calls since the log was last shown, one line each in call order.
   std::vector<std::string> calls;
