@@ -16,6 +16,7 @@ using Strings = std::vector<std::string>;
 
 class Dot1qSmTest : public ::testing::Test, protected NoxTest::Dot1qInputs {
  protected:
+  void TearDown() override { EXPECT_EQ(hardware.faults, Strings{}); }
   // "PORT,PORT|PORT": the programmed, then the unprogrammed ports of a pair.
   std::string status(std::string const& name, uint16_t vlan) {
     auto const s = sm->dot1qStatus(Nox::IntfVlanKey(intf(name), Bridging::VlanId(vlan)));
