@@ -119,9 +119,20 @@ void EvpnFloodingDot1qSm::handleInitialized() {
   velReviewUnprogrammed_ = std::make_unique<VelReviewUnprogrammed>(this);
   reviewUnprogrammed_->notifieeIs(velReviewUnprogrammed_.get());
   initialized_ = true;
+  reservePairs();
+  // The walk reads the configuration only; nothing it calls changes it.
   for (auto [vlan, vlanConfig] : bridgingConfig_->vlanConfigColl()) {
-    for (IntfId const& intf : keysOf(vlanConfig->intfColl())) processIntfVlan(intf, vlan);
+    for (auto member : vlanConfig->intfColl()) processIntfVlan(member.key, vlan);
   }
+}
+
+// Sizes the per-pair collections once for every configured pair, rather than growing them step
+// by step through a cold start of a few hundred thousand pairs.
+void EvpnFloodingDot1qSm::reservePairs() {
+  std::size_t pairs = 0;
+  for (auto [vlan, vlanConfig] : bridgingConfig_->vlanConfigColl()) pairs += vlanConfig->intfs();
+  intfVlanDot1q_.reserve(pairs);
+  dot1qStatus_.reserve(pairs);
 }
 
 // Handlers.

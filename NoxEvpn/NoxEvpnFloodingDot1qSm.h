@@ -131,6 +131,7 @@ class EvpnFloodingDot1qSm : public Vel::PtrInterface, public Vel::Described {
                       Vel::Ptr<Bridging::Config const> const& bridgingConfig,
                       Vel::Ptr<Evpn::EvpnStatus const> const& evpnStatus);
 
+  void reservePairs();
   bool isIntfInVlanConfig(Gantry::IntfId const& intf, Bridging::VlanId vlan) const;
   void deleteStaleLagMembers(IntfVlanKey const& pair, NoxPortList const& members,
                              Bridging::VlanIdOrNone dot1q);
