@@ -7,7 +7,6 @@
 
 #include "Dot1qTestUtil.h"
 #include "TraceCapture.h"
-#include "platform/cog/YieldPolicy.h"
 
 namespace {
 
@@ -33,29 +32,6 @@ class Dot1qSmTest : public ::testing::Test, protected NoxTest::Dot1qInputs {
   }
   Vel::Ptr<Nox::EvpnFloodingDot1qSm> sm = startMachine();
 };
-
-TEST_F(Dot1qSmTest, TagChangeDeletesOldTagOnEveryPortBeforeProgrammingTheNew) {
-  member(10, "Ethernet1");
-  member(10, "Ethernet2");
-  EXPECT_TRUE(hardware.takeCalls().empty());
-  tag(10, 100);
-  EXPECT_EQ(hardware.takeCalls(),
-            (Strings{"create Ethernet1 10 100 -> 0", "create Ethernet2 10 100 -> 0"}));
-  tag(10, 101);
-  EXPECT_EQ(hardware.takeCalls(),
-            (Strings{"delete Ethernet1 10 100", "create Ethernet1 10 101 -> 0",
-                     "delete Ethernet2 10 100", "create Ethernet2 10 101 -> 0"}));
-  EXPECT_EQ(sm->intfVlanDot1q(Nox::IntfVlanKey(intf("Ethernet1"), Bridging::VlanId(10))),
-            Bridging::VlanIdOrNone(101));
-
-  evpn->vlanToDot1qDel(Bridging::VlanId(10));
-  EXPECT_EQ(hardware.takeCalls(), (Strings{"delete Ethernet1 10 101", "delete Ethernet2 10 101"}));
-  EXPECT_EQ(sm->intfVlanDot1qs(), 0u);
-  EXPECT_EQ(sm->dot1qStatusColl().count(), 0u);
-  // Still members: the tag coming back programs them again.
-  tag(10, 102);
-  EXPECT_EQ(hardware.takeCalls().size(), 2u);
-}
 
 TEST_F(Dot1qSmTest, VlanOrMemberLeavingDeletesItsMappingsAndForgetsThePair) {
   tag(10, 100);
@@ -119,31 +95,6 @@ TEST_F(Dot1qSmTest, PortChannelIsProgrammedPerMemberPortAndFollowsItsMembers) {
   EXPECT_EQ(hardware.takeCalls(), (Strings{"create Ethernet9 10 100 -> 0"}));
 }
 
-TEST_F(Dot1qSmTest, FailedPortIsRetriedByTheReviewFiveSecondsLater) {
-  NoxTest::TraceCapture traces(5);
-  tag(10, 100);
-  lag("Port-Channel1", {"Ethernet1", "Ethernet2"});
-  rc(Nox::invalidHwId);
-  member(10, "Port-Channel1");
-  EXPECT_EQ(status("Port-Channel1", 10), "|Ethernet1,Ethernet2,");
-  EXPECT_TRUE(waiting("Port-Channel1", 10));
-  EXPECT_EQ(
-      traces.traced(),
-      (Strings{"invalid hwId, failed to program dot1q mapping", "next unprogrammed review at 5",
-               "invalid hwId, failed to program dot1q mapping", "already scheduled"}));
-  EXPECT_EQ(sm->reviewUnprogrammed()->taskDue(), 5.0);
-
-  rc(Nox::programmed);
-  scheduler->advanceTo(4.9);
-  EXPECT_EQ(hardware.takeCalls().size(), 2u);
-  scheduler->advanceTo(5.0);
-  EXPECT_EQ(hardware.takeCalls(),
-            (Strings{"create Ethernet1 10 100 -> 0", "create Ethernet2 10 100 -> 0"}));
-  EXPECT_EQ(status("Port-Channel1", 10), "Ethernet1,Ethernet2|");
-  EXPECT_FALSE(waiting("Port-Channel1", 10));
-  EXPECT_FALSE(sm->reviewUnprogrammed()->taskScheduled());
-}
-
 TEST_F(Dot1qSmTest, UnknownResultIsNeitherRecordedNorRetried) {
   rc(Nox::HwProgrammingStatus(7));
   tag(10, 100);
@@ -172,23 +123,6 @@ TEST_F(Dot1qSmTest, ReviewDropsWaitingPairWhoseMembershipWentAndRemovalReviewsAt
   scheduler->runReady();
   scheduler->advanceBy(10);
   EXPECT_TRUE(hardware.takeCalls().empty());
-}
-
-TEST_F(Dot1qSmTest, ReviewYieldsAfterItsQuantumAndResumesAfterTheInterval) {
-  scheduler->yieldPolicyIs(Vel::Ptr<Cog::YieldPolicy>(new Cog::WorkQuantumYield(2)));
-  tag(10, 100);
-  rc(Nox::notProgrammed);
-  for (auto const* name : {"Ethernet1", "Ethernet2", "Ethernet3"}) member(10, name);
-  rc(Nox::programmed);
-  hardware.takeCalls();
-
-  scheduler->advanceTo(5);
-  EXPECT_EQ(hardware.takeCalls(),
-            (Strings{"create Ethernet1 10 100 -> 0", "create Ethernet2 10 100 -> 0"}));
-  EXPECT_EQ(sm->reviewUnprogrammed()->taskDue(), 10.0);
-  scheduler->advanceTo(10);
-  EXPECT_EQ(hardware.takeCalls(), (Strings{"create Ethernet3 10 100 -> 0"}));
-  EXPECT_EQ(sm->unprogrammedDot1qs(), 0u);
 }
 
 TEST_F(Dot1qSmTest, MachineBuiltOverFilledInputsProgramsWhatChangesOneByOneWould) {
