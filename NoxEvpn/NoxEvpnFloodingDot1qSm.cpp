@@ -295,8 +295,10 @@ void EvpnFloodingDot1qSm::programDot1qHelper(IntfId const& logicalIntf, IntfId c
     DOT1Q_DECISION("already programmed");
     return;
   }
-  status->unprogrammedDel(phyIntf);
-  if (status->unprogrammeds() == 0) unprogrammedDot1qDel(pair);
+  // A pair waits only while some port of it is unprogrammed.
+  if (status->unprogrammedDel(phyIntf) && status->unprogrammeds() == 0) {
+    unprogrammedDot1qDel(pair);
+  }
   status = nullptr;
   HwProgrammingStatus const rc = helper_->createVlanToDot1qMapping(phyIntf, vlan, dot1q);
   switch (rc) {
