@@ -24,6 +24,7 @@ std::vector<CommandEntry> commandTable() {
       evpnCommands(),
       decapCommands(),
       macFecCommands(),
+      dot1qCommands(),
   };
   std::vector<CommandEntry> table;
   for (auto const& family : families) table.insert(table.end(), family.begin(), family.end());

@@ -56,5 +56,6 @@ std::vector<CommandEntry> tunnelCommands();
 std::vector<CommandEntry> evpnCommands();
 std::vector<CommandEntry> decapCommands();
 std::vector<CommandEntry> macFecCommands();
+std::vector<CommandEntry> dot1qCommands();
 
 }  // namespace Noxsim

@@ -9,6 +9,7 @@ std::vector<MachineWiring> const& machineTable() {
       filterMachine(),
       floodSetMachine(),
       esiMachine(),
+      dot1qMachine(),
       decapMachine(),
       macFecMachine(),
   };

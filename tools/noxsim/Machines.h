@@ -39,5 +39,6 @@ MachineWiring floodSetMachine();
 MachineWiring esiMachine();
 MachineWiring decapMachine();
 MachineWiring macFecMachine();
+MachineWiring dot1qMachine();
 
 }  // namespace Noxsim

@@ -55,6 +55,11 @@ void Sim::stop(std::vector<int> machines) {
   for (int m : machines) machines_[m] = nullptr;
 }
 
+Vel::PtrInterface const* Sim::machine(std::string_view name) const {
+  int const index = machineIndex(name);
+  return index < 0 ? nullptr : machines_[index].ptr();
+}
+
 std::string_view Sim::taskOwner(Cog::Task const& task) const {
   for (std::size_t m = 0; m < machines_.size(); ++m) {
     auto const& wiring = machineTable()[m];

@@ -45,6 +45,8 @@ class Sim {
   bool running(int machine) const { return bool(machines_[machine]); }
   // The running machine, or null.
   Vel::PtrInterface* machine(int machine) const { return machines_[machine].ptr(); }
+  // The running machine of that name, or null.
+  Vel::PtrInterface const* machine(std::string_view name) const;
   // Start (in table order) or stop the machines; each must be stopped (started) before.
   void start(std::vector<int> machines);
   void stop(std::vector<int> machines);

@@ -19,6 +19,7 @@ std::vector<TableEntry> const& tableRegistry() {
         esiTables(),
         decapTables(),
         macFecTables(),
+        dot1qTables(),
     };
     std::vector<TableEntry> joined;
     for (auto const& family : families) joined.insert(joined.end(), family.begin(), family.end());

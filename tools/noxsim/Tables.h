@@ -40,5 +40,6 @@ std::vector<TableEntry> tunnelTables();
 std::vector<TableEntry> esiTables();
 std::vector<TableEntry> decapTables();
 std::vector<TableEntry> macFecTables();
+std::vector<TableEntry> dot1qTables();
 
 }  // namespace Noxsim

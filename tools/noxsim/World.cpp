@@ -17,6 +17,7 @@ World::World()
       tunnels(Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId")),
       evpnStatus(Evpn::evpnStatusFactory()),
       ncsd(Nox::noxCommonSmDataFactory("ncsd")),
+      bridgingConfig(Bridging::configFactory()),
       floodingHelper(new LoggingFloodingHelper(&calls)),
       lfib(Mpls::lfibStatusFactory("lfibStatus")),
       lfibTracking(Mpls::lfibTrackingStatusFactory("lfibTrackingStatus")),

@@ -15,6 +15,7 @@
 #include "NoxEvpn/NoxMacAddrFecRequestSm.h"
 #include "platform/cog/Clock.h"
 #include "platform/cog/TaskScheduler.h"
+#include "platform/types/Bridging/Bridging.h"
 #include "platform/types/Evpn/Evpn.h"
 #include "platform/types/L2Rib/L2Rib.h"
 #include "platform/types/Mpls/Mpls.h"
@@ -44,6 +45,8 @@ struct World {
   // EVPN status and the agent's common data (port-channel members), inputs of esi and dot1q.
   Vel::Ptr<Evpn::EvpnStatus> evpnStatus;
   Vel::Ptr<Nox::NoxCommonSmData> ncsd;
+  // VLAN membership (input of dot1q).
+  Vel::Ptr<Bridging::Config> bridgingConfig;
   // The flooding helper stub esi and dot1q share; it logs its calls to `calls`.
   Vel::Ptr<NoxHelper::EvpnFloodingSmHelperStub> floodingHelper;
   // The LFIB and its backlog of changed routes (written by the emulated LFIB owner), the routes'

@@ -1,7 +1,7 @@
 #pragma once
 
-// The bridging agent's value types as this library consumes them: VLAN ids, optional dot1q
-// tags and (MAC, VLAN) pairs.
+// The bridging agent's types as this library consumes them: VLAN ids, optional dot1q tags,
+// (MAC, VLAN) pairs, and the VLAN configuration with each VLAN's member interfaces.
 
 #include <compare>
 #include <cstdint>
@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "platform/types/Gantry/Gantry.h"
+#include "platform/vel/Entity.h"
 #include "platform/vel/Hash.h"
 #include "platform/vel/Type.h"
 #include "platform/vel/Value.h"
@@ -37,9 +38,11 @@ class VlanId {
 std::ostream& operator<<(std::ostream& os, VlanId const& v);
 std::string valueToStrep(VlanId const& v);
 
-// A dot1q tag or none (0).
+// A dot1q tag or none (0); prints as its number, none as 0.
 class VlanIdOrNone {
  public:
+  static constexpr bool traceAsNumber = true;
+
   constexpr VlanIdOrNone() = default;
   constexpr explicit VlanIdOrNone(uint16_t value) : value_(value) {}
   constexpr VlanIdOrNone(VlanId vlan) : value_(vlan.value()) {}
@@ -72,5 +75,43 @@ class MacVlanPair : public Vel::Value<MacVlanPair> {
   Gantry::EthAddr macAddr_;
   VlanId vlanId_;
 };
+
+// One configured VLAN: its member interfaces (the presence of a key is what counts).
+class VlanConfig : public Vel::Entity {
+ public:
+  class NotifieeConst : public Vel::NotifieeConstOf<VlanConfig> {
+   public:
+    using NotifieeConstOf::NotifieeConstOf;
+    virtual void onIntf(Gantry::IntfId const&) {}
+  };
+  explicit VlanConfig(VlanId const& key) : key_(key) {}
+  VlanId const& key() const { return key_; }
+  VlanId const& vlanId() const { return key_; }
+
+  VEL_DESCRIBE("Bridging::VlanConfig", "vlanId", "intf")
+  VEL_VALUE_COLLECTION(intf, Intf, Gantry::IntfId, bool)
+
+ private:
+  VlanId const key_;
+};
+
+// The bridging configuration: one VlanConfig per configured VLAN.
+class Config : public Vel::Entity {
+ public:
+  class NotifieeConst : public Vel::NotifieeConstOf<Config> {
+   public:
+    using NotifieeConstOf::NotifieeConstOf;
+    virtual void onVlanConfig(VlanId const&) {}
+    // The immediate form: the whole collection may have changed at once.
+    virtual void onVlanConfig() {}
+  };
+
+  VEL_DESCRIBE("Bridging::Config", "vlanConfig")
+  VEL_ENTITY_COLLECTION(vlanConfig, VlanConfig, VlanId, VlanConfig)
+
+ public:
+};
+
+Vel::Ptr<Config> configFactory();
 
 }  // namespace Bridging

@@ -101,7 +101,7 @@ TEST(MacVlanPair, OrdersByMacThenVlanAndPrintsItsFields) {
   EXPECT_EQ(b, Bridging::MacVlanPair(EthAddr::fromValue(2), Bridging::VlanId(10)));
   EXPECT_EQ(streamed(a),
             "Value('Bridging::MacVlanPair', ** {'macAddr': 00:00:00:00:00:01, 'vlanId': 20})");
-  EXPECT_EQ(streamed(Bridging::VlanIdOrNone()), "none");
+  EXPECT_EQ(streamed(Bridging::VlanIdOrNone()), "0");
 }
 
 }  // namespace
