@@ -228,7 +228,7 @@ void EvpnFloodingDot1qSm::addOrUpdateIntfVlanDot1qMapping(IntfId const& intf, Vl
   NOX_TRACE_ENTRY("addOrUpdateIntfVlanDot1qMapping intf {} vlan {} dot1q {}", intf, vlan, dot1q);
   VEL_ASSERT(initialized());
   IntfVlanKey const pair(intf, vlan);
-  if (VlanIdOrNone const* old = intfVlanDot1qColl().find(pair); old && *old != dot1q) {
+  if (auto const old = intfVlanDot1qColl().find(pair); old && *old != dot1q) {
     unprogramDot1q(intf, vlan, *old);
   }
   intfVlanDot1qIs(pair, dot1q);
@@ -252,7 +252,7 @@ void EvpnFloodingDot1qSm::programDot1q(IntfId const& intf, VlanId vlan, VlanIdOr
     programDot1qHelper(intf, intf, vlan, dot1q);
     return;
   }
-  NoxPortList const* members = ncsd_->lagToPortColl().find(intf);
+  auto const members = ncsd_->lagToPortColl().find(intf);
   if (!members) {
     DOT1Q_DECISION("no lag configuration");
     unprogramDot1q(intf, vlan, dot1q);

@@ -69,7 +69,7 @@ class Dot1qModel : public NoxTest::Dot1qInputs {
   // The ports of `mask` join port-channel `which`; the other port-channel gives them up first.
   void setLagMembers(int which, int mask) {
     std::string const other = lags[1 - which];
-    if (auto const* otherPorts = ncsd->lagToPortColl().find(intf(other))) {
+    if (auto const otherPorts = ncsd->lagToPortColl().find(intf(other))) {
       Nox::NoxPortList kept = *otherPorts;
       for (std::size_t i = 0; i < lagPorts.size(); ++i) {
         if (mask & (1 << i)) kept.portDel(intf(lagPorts[i]));
@@ -87,14 +87,14 @@ class Dot1qModel : public NoxTest::Dot1qInputs {
   std::map<NoxTest::Dot1qHardware::PortVlan, uint16_t> expected() const {
     std::map<NoxTest::Dot1qHardware::PortVlan, uint16_t> want;
     for (auto [vlan, vlanConfig] : config->vlanConfigColl()) {
-      auto const* tag = evpn->vlanToDot1qColl().find(vlan);
+      auto const tag = evpn->vlanToDot1qColl().find(vlan);
       if (!tag) continue;
       for (auto member : vlanConfig->intfColl()) {
         if (!Nox::isLag(member.key)) {
           want[{member.key.name(), vlan.value()}] = tag->value();
           continue;
         }
-        auto const* ports = ncsd->lagToPortColl().find(member.key);
+        auto const ports = ncsd->lagToPortColl().find(member.key);
         if (!ports) continue;
         for (auto const& port : ports->portColl()) want[{port.name(), vlan.value()}] = tag->value();
       }
