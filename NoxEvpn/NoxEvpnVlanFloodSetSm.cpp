@@ -208,10 +208,7 @@ void EvpnVlanFloodSetSm::VelVlanFloodSetStatus::handleMplsDestStatus(MplsDestCon
 
 bool EvpnVlanFloodSetSm::isMplsDestConfigProgrammed(MacVlanPair const& pair,
                                                     MplsDestConfig const& config) const {
-  auto status = vlanFloodSetHwStatus_ ? vlanFloodSetHwStatus_->status(pair) : nullptr;
-  if (!status) return false;
-  HwProgrammingStatus const* value = status->mplsDestStatusColl().find(config);
-  return value && *value == programmed;
+  return Nox::isMplsDestConfigProgrammed(vlanFloodSetHwStatus_.ptr(), pair, config);
 }
 
 // Workers.
@@ -251,12 +248,7 @@ void EvpnVlanFloodSetSm::updateInternalMapping(VlanMacDest const& d, bool inFloo
 
 bool EvpnVlanFloodSetSm::isDestInFloodSet(VlanId vlan, EthAddr const& mac,
                                           Dest const& dest) const {
-  // Raw lookups: this runs for every destination of every change, and taking references would
-  // write to every entity on the way.
-  auto const* vlanFloodSet =
-      floodSetOutput_ ? floodSetOutput_->vlanFloodSetColl().find(vlan) : nullptr;
-  auto const* floodSet = vlanFloodSet ? vlanFloodSet->floodSetColl().find(mac) : nullptr;
-  return floodSet && floodSet->destSetIsMemberOf(dest);
+  return Nox::isDestInFloodSet(floodSetOutput_.ptr(), vlan, mac, dest);
 }
 
 void EvpnVlanFloodSetSm::processMplsDestConfig(VlanMacDest const& d) {
