@@ -205,12 +205,28 @@ void EvpnFloodSetFecSm::handleMplsDestStatus(MacVlanPair const& pair,
     floodSetStatusCacheIs(via)->statusIs(pair, true);
   } else {
     NOX_TRACE_CHANGE("  config is removed from hardware");
-    if (auto pairs = floodSetStatusCache(via)) {
+    // A new hardware tunnel id replaces a configuration with one of the same via: the pair
+    // still holds the via while the new one is programmed.
+    auto pairs = floodSetStatusCache(via);
+    if (pairs && !isViaProgrammed(pair, via)) {
       pairs->statusDel(pair);
       if (pairs->statuss() == 0) floodSetStatusCacheDel(via);
     }
   }
   processFecRequest(via);
+}
+
+bool EvpnFloodSetFecSm::isViaProgrammed(MacVlanPair const& pair,
+                                        MplsFloodSetVia const& via) const {
+  auto const* status =
+      vlanFloodSetHwStatus_ ? vlanFloodSetHwStatus_->statusColl().find(pair) : nullptr;
+  if (!status) return false;
+  for (auto [config, value] : status->mplsDestStatusColl()) {
+    if (value == programmed && MplsFloodSetVia(config.tunnelId(), config.label()) == via) {
+      return true;
+    }
+  }
+  return false;
 }
 
 bool EvpnFloodSetFecSm::isMplsDestConfigProgrammed(MacVlanPair const& pair,

@@ -137,6 +137,8 @@ class EvpnFloodSetFecSm : public Vel::PtrInterface, public Vel::Described {
                         L2Rib::Dest const& dest) const;
   bool isMplsDestConfigProgrammed(Bridging::MacVlanPair const& pair,
                                   MplsDestConfig const& config) const;
+  // Whether the pair's status shows some configuration of the via programmed.
+  bool isViaProgrammed(Bridging::MacVlanPair const& pair, MplsFloodSetVia const& via) const;
 
   VEL_DESCRIBE("Nox::EvpnFloodSetFecSm", "floodSetOutput", "hwTunnelIdMapping",
                "vlanFloodSetHwStatus", "mplsFloodSetFecRequest", "mplsFloodSetFecResponse",

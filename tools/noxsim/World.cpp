@@ -19,6 +19,8 @@ World::World()
       l2ribHosts(L2Rib::hostOutputFactory("l2RibHost")),
       macFecRequest(Nox::fecIdToHwFecIdRequestFactory("macFecRequest")),
       macFecResponse(Nox::fecIdToHwFecIdResponseFactory("macFecResponse")),
-      objTupleHwIds(Nox::objTupleToHwIdFactory("objTupleToHwId")) {}
+      objTupleHwIds(Nox::objTupleToHwIdFactory("objTupleToHwId")),
+      floodSetFecRequest(Nox::fecIdToHwFecIdRequestFactory("floodSetFecRequest")),
+      floodSetFecResponse(Nox::fecIdToHwFecIdResponseFactory("floodSetFecResponse")) {}
 
 }  // namespace Noxsim
