@@ -37,7 +37,7 @@ TEST(ScriptTest, MalformedLinesNameFileLineCommandAndWord) {
   EXPECT_EQ(parseError("l2rib floodset frobnicate 10\n"),
             "s.nox:1: unknown command 'l2rib floodset frobnicate'");
   EXPECT_EQ(parseError("start filter nosuch\n"),
-            "s.nox:1: start: unknown machine 'nosuch' (machines: filter, floodset)");
+            "s.nox:1: start: unknown machine 'nosuch' (machines: filter, floodset-fec, floodset, macfec)");
   EXPECT_EQ(parseError("start filter filter\n"), "s.nox:1: start: machine 'filter' named twice");
   EXPECT_EQ(parseError("show floodsets\n").substr(0, 40),
             "s.nox:1: show: unknown table 'floodsets'");
