@@ -160,4 +160,13 @@ Vel::Ptr<TunnelIdToMplsFloodSetVia> tunnelIdToMplsFloodSetViaFactory(TunnelId tu
 Vel::Ptr<MplsFloodSetViaToFloodSetStatus> mplsFloodSetViaToFloodSetStatusFactory(
     MplsFloodSetVia const& via);
 
+// Lookups every reader of flood sets and their hardware status makes. Raw lookups: they run for
+// every destination of every change, and taking references would write to every entity on the way.
+// Whether the output holds dest in the flood set of mac in vlan.
+bool isDestInFloodSet(L2Rib::FloodSetOutput const* output, Bridging::VlanId vlan,
+                      Gantry::EthAddr const& mac, L2Rib::Dest const& dest);
+// Whether the status of the pair holds config with status programmed.
+bool isMplsDestConfigProgrammed(EvpnVlanFloodSetHwStatus const* hwStatus,
+                                Bridging::MacVlanPair const& pair, MplsDestConfig const& config);
+
 }  // namespace Nox

@@ -234,10 +234,7 @@ bool EvpnVlanFloodSetSm::isMplsDestConfigProgrammed(MacVlanPair const& pair,
                                                     MplsDestConfig const& config) const {
   NOX_TRACE_ENTRY("isMplsDestConfigProgrammed vlan: {} mac: {} tunnelId: {} label: {}",
                   pair.vlanId(), pair.macAddr(), config.tunnelId(), config.label());
-  auto status = vlanFloodSetHwStatus_ ? vlanFloodSetHwStatus_->status(pair) : nullptr;
-  if (!status) return false;
-  auto const value = status->mplsDestStatusColl().find(config);
-  return value && *value == programmed;
+  return Nox::isMplsDestConfigProgrammed(vlanFloodSetHwStatus_.ptr(), pair, config);
 }
 
 // Workers.
@@ -280,12 +277,7 @@ void EvpnVlanFloodSetSm::updateInternalMapping(VlanMacDest const& d, bool inFloo
 bool EvpnVlanFloodSetSm::isDestInFloodSet(VlanId vlan, EthAddr const& mac,
                                           Dest const& dest) const {
   NOX_TRACE_ENTRY("isDestInFloodSet vlan: {} mac: {} dest: {}", vlan, mac, dest);
-  // Raw lookups: this runs for every destination of every change, and taking references would
-  // write to every entity on the way.
-  auto const vlanFloodSet =
-      floodSetOutput_ ? floodSetOutput_->vlanFloodSetColl().find(vlan) : nullptr;
-  auto const floodSet = vlanFloodSet ? vlanFloodSet->floodSetColl().find(mac) : nullptr;
-  return floodSet && floodSet->destSetIsMemberOf(dest);
+  return Nox::isDestInFloodSet(floodSetOutput_.ptr(), vlan, mac, dest);
 }
 
 void EvpnVlanFloodSetSm::processMplsDestConfig(VlanMacDest const& d) {

@@ -14,6 +14,10 @@ constexpr uint64_t hwFecIdBase = 100000;
 
 std::vector<FecProgrammerWiring> const& fecProgrammerTable() {
   static std::vector<FecProgrammerWiring> const table = {
+      {.which = "floodset",
+       .request = [](World& w) -> Nox::FecIdToHwFecIdRequest& { return *w.floodSetFecRequest; },
+       .response = [](World& w) -> Nox::FecIdToHwFecIdResponse& { return *w.floodSetFecResponse; },
+       .answersL2Intf = true},
       {.which = "mac",
        .request = [](World& w) -> Nox::FecIdToHwFecIdRequest& { return *w.macFecRequest; },
        .response = [](World& w) -> Nox::FecIdToHwFecIdResponse& { return *w.macFecResponse; },

@@ -1,7 +1,7 @@
 #pragma once
 
-// The emulated FEC programmer, one per kind of FEC request (`mac` now; the flood-set kind is
-// one more entry in fecProgrammerTable()). With `fecprogrammer WHICH auto on` it answers, after
+// The emulated FEC programmer, one per kind of FEC request (`floodset` and `mac`, one entry each
+// in fecProgrammerTable()). With `fecprogrammer WHICH auto on` it answers, after
 // every command, each requested FEC id that has no response yet, in ascending FEC id order, with
 // hardware FEC id 100000 + NUM (and, where the kind wants one, layer-2 interface L2IntfNUM);
 // then it withdraws, in ascending order, the responses whose request is gone. A response is

@@ -7,6 +7,7 @@ namespace Noxsim {
 std::vector<MachineWiring> const& machineTable() {
   static std::vector<MachineWiring> const table = {
       filterMachine(),
+      floodSetFecMachine(),
       floodSetMachine(),
       esiMachine(),
       dot1qMachine(),

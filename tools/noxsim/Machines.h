@@ -35,6 +35,7 @@ std::vector<MachineWiring> const& machineTable();
 int machineIndex(std::string_view name);
 
 MachineWiring filterMachine();
+MachineWiring floodSetFecMachine();
 MachineWiring floodSetMachine();
 MachineWiring esiMachine();
 MachineWiring decapMachine();

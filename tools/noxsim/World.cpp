@@ -29,7 +29,9 @@ World::World()
       l2ribHosts(L2Rib::hostOutputFactory("l2RibHost")),
       macFecRequest(Nox::fecIdToHwFecIdRequestFactory("macFecRequest")),
       macFecResponse(Nox::fecIdToHwFecIdResponseFactory("macFecResponse")),
-      objTupleHwIds(Nox::objTupleToHwIdFactory("objTupleToHwId")) {
+      objTupleHwIds(Nox::objTupleToHwIdFactory("objTupleToHwId")),
+      floodSetFecRequest(Nox::fecIdToHwFecIdRequestFactory("floodSetFecRequest")),
+      floodSetFecResponse(Nox::fecIdToHwFecIdResponseFactory("floodSetFecResponse")) {
   // Scenarios write the tunnel table directly (`tunnels set/del`) in place of its writer, so it
   // is ready from the start, as the writer leaves it at the end of its initialization.
   tunnels->tunnelIdToHwTunnelIdReadyIs(true);

@@ -64,6 +64,9 @@ struct World {
   Vel::Ptr<Nox::FecIdToHwFecIdRequest> macFecRequest;
   Vel::Ptr<Nox::FecIdToHwFecIdResponse> macFecResponse;
   Vel::Ptr<Nox::ObjTupleToHwId> objTupleHwIds;
+  // Flood-set FEC requests (written by floodset-fec) and the FEC programmer's responses.
+  Vel::Ptr<Nox::FecIdToHwFecIdRequest> floodSetFecRequest;
+  Vel::Ptr<Nox::FecIdToHwFecIdResponse> floodSetFecResponse;
 
   // Hardware-helper calls since the log was last shown, one line each in call order.
   std::vector<std::string> calls;

@@ -1,0 +1,193 @@
+#include <gtest/gtest.h>
+
+#include "NoxEvpn/NoxEvpnFloodSetFecSm.h"
+#include "platform/cog/TaskScheduler.h"
+#include "tests/NoxEvpn/FloodSetTestUtil.h"
+#include "tests/NoxEvpn/TraceCapture.h"
+
+namespace {
+
+using Lines = std::set<std::string>;
+using Texts = std::vector<std::string>;
+using NoxTest::dest;
+using NoxTest::mac;
+using NoxTest::vlan;
+using Nox::FecId;
+using Nox::HwTunnelId;
+using Nox::TunnelId;
+
+Nox::MplsFloodSetVia via(uint64_t tunnel, uint32_t label) {
+  return Nox::MplsFloodSetVia(TunnelId(tunnel), Gantry::MplsLabel(label));
+}
+FecId fecId(uint64_t number) { return FecId(12, number); }
+
+class FloodSetFecSmTest : public ::testing::Test {
+ protected:
+  void start() {
+    sm = Nox::evpnFloodSetFecSmFactory(in, tunnels, hwStatus, requests, responses, hwInfos,
+                                       scheduler->timerWheel());
+  }
+  Vel::Ptr<L2Rib::FloodSet> floodSet(uint16_t v, uint64_t m) {
+    return in->vlanFloodSetIs(vlan(v))->floodSetIs(mac(m));
+  }
+  void respond(uint64_t number, uint64_t hwFecId, std::string const& l2Intf) {
+    responses->l2IntfIdIs(Nox::FecToL2IntfId(fecId(number), Gantry::IntfId(l2Intf)));
+    responses->hwFecIdIs(Nox::FecToHwFecId(fecId(number), hwFecId));
+  }
+  void withdraw(uint64_t number) {
+    responses->l2IntfIdDel(fecId(number));
+    responses->hwFecIdDel(fecId(number));
+  }
+  void status(uint16_t v, uint64_t m, Nox::MplsFloodSetVia const& via,
+              Nox::HwProgrammingStatus value) {
+    Nox::MplsDestConfig const config(via.tunnelId(), via.label(), HwTunnelId(0), 0,
+                                     Gantry::IntfId());
+    hwStatus->statusIs(Bridging::MacVlanPair(mac(m), vlan(v)))->mplsDestStatusIs(config, value);
+  }
+  // "fec F via[0] ...", "request F" and "hwinfo TUNNEL LABEL hwId=X l2Intf=I" lines.
+  Lines published() const {
+    Lines lines;
+    for (auto const& entry : requests->fecColl()) {
+      std::ostringstream os;
+      os << "fec " << entry.value;
+      lines.insert(os.str());
+    }
+    for (auto const& entry : requests->hwFecIdRequestColl()) {
+      std::ostringstream os;
+      os << "request " << entry.key;
+      lines.insert(os.str());
+    }
+    for (auto [v, info] : hwInfos->mappingColl()) {
+      std::ostringstream os;
+      os << "hwinfo " << v.tunnelId() << " " << v.label()
+         << " hwId=" << info.hwIdForTunnelProgramming() << " l2Intf=" << info.l2IntfId();
+      lines.insert(os.str());
+    }
+    return lines;
+  }
+  std::vector<std::string> traced() { return capture.traced(); }
+
+  NoxTest::TraceCapture capture{1};
+  Vel::Ptr<Vel::VirtualClock> clock{new Vel::VirtualClock};
+  Vel::Ptr<Cog::TaskScheduler> scheduler{new Cog::TaskScheduler(clock)};
+  Vel::Ptr<L2Rib::FloodSetOutput> in = L2Rib::floodSetOutputFactory();
+  Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnels =
+      Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId");
+  Vel::Ptr<Nox::EvpnVlanFloodSetHwStatus> hwStatus = Nox::evpnVlanFloodSetHwStatusFactory();
+  Vel::Ptr<Nox::FecIdToHwFecIdRequest> requests = Nox::fecIdToHwFecIdRequestFactory("fsReq");
+  Vel::Ptr<Nox::FecIdToHwFecIdResponse> responses = Nox::fecIdToHwFecIdResponseFactory("fsResp");
+  Vel::Ptr<Nox::HwInfoMapping> hwInfos = Nox::hwInfoMappingFactory();
+  Vel::Ptr<Nox::EvpnFloodSetFecSm> sm;
+};
+
+TEST_F(FloodSetFecSmTest, SharedViaKeepsOneFecAndItsIdLivesUntilTheResponseIsWithdrawn) {
+  start();
+  floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
+  floodSet(20, 2)->destSetIs(dest("mpls/2/Tunnel5/1000"), true);
+  floodSet(10, 1)->destSetIs(dest("mpls/3/Tunnel5/2000"), true);
+  EXPECT_EQ(published(), (Lines{"fec 12:0 via[0] label=1000 tunnel=5", "request 12:0",
+                                "fec 12:1 via[0] label=2000 tunnel=5", "request 12:1"}));
+  traced();
+  respond(0, 100000, "L2Intf7");
+  EXPECT_EQ(traced(), (Texts{" add or update hwInfo for tunnelId: 5 label: 1000"}));
+  EXPECT_TRUE(published().contains("hwinfo 5 1000 hwId=100000 l2Intf=L2Intf7"));
+
+  in->vlanFloodSetDel(vlan(20));
+  EXPECT_TRUE(published().contains("request 12:0"));
+  floodSet(10, 1)->destSetDel(dest("mpls/1/Tunnel5/1000"));
+  EXPECT_EQ(traced().back(), "     mplsFloodSetFecRequest removed: (tunnelId: 5 label: 1000 fecId: 12:0)");
+  EXPECT_TRUE(published().contains("hwinfo 5 1000 hwId=100000 l2Intf=L2Intf7"));
+
+  // Wanted again before the programmer let go: the same FEC id comes back.
+  floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
+  EXPECT_TRUE(published().contains("request 12:0"));
+  floodSet(10, 1)->destSetDel(dest("mpls/1/Tunnel5/1000"));
+  traced();
+  withdraw(0);
+  EXPECT_EQ(traced(), (Texts{" delete hwInfo for tunnelId: 5 label: 1000", "   Deleting fecId: 12:0"}));
+  EXPECT_EQ(published(), (Lines{"fec 12:1 via[0] label=2000 tunnel=5", "request 12:1"}));
+  EXPECT_FALSE(sm->fecIdCacheIsMemberOf(fecId(0)));
+  EXPECT_FALSE(sm->mplsFloodSetViaCacheIsMemberOf(via(5, 1000)));
+
+  respond(0, 1, "L2Intf1");
+  EXPECT_EQ(traced(), (Texts{" got stale response for FecId:12:0"}));
+  EXPECT_EQ(hwInfos->mappings(), 0u);
+}
+
+TEST_F(FloodSetFecSmTest, FecIsHeldWhileTheHardwareStillProgramsAFloodSetWithItsVia) {
+  start();
+  floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
+  respond(0, 100000, "L2Intf7");
+  status(10, 1, via(5, 1000), Nox::programmed);
+  status(30, 3, via(5, 1000), Nox::notProgrammed);  // does not hold the via
+  // A new hardware tunnel id replaces the configuration by one of the same via: still held.
+  Nox::MplsDestConfig const replaced(TunnelId(5), Gantry::MplsLabel(1000), HwTunnelId(501), 0,
+                                     Gantry::IntfId());
+  hwStatus->status(Bridging::MacVlanPair(mac(1), vlan(10)))->mplsDestStatusIs(replaced,
+                                                                             Nox::programmed);
+  status(10, 1, via(5, 1000), Nox::notProgrammed);
+  traced();
+  floodSet(10, 1)->destSetDel(dest("mpls/1/Tunnel5/1000"));
+  EXPECT_EQ(traced(), (Texts{"    wait for hardware to unprogram the floodSet"}));
+  EXPECT_EQ(published(), (Lines{"fec 12:0 via[0] label=1000 tunnel=5", "request 12:0",
+                                "hwinfo 5 1000 hwId=100000 l2Intf=L2Intf7"}));
+
+  hwStatus->statusDel(Bridging::MacVlanPair(mac(1), vlan(10)));
+  EXPECT_EQ(traced().at(1),
+            "     mplsFloodSetFecRequest removed: (tunnelId: 5 label: 1000 fecId: 12:0)");
+  EXPECT_EQ(published(), (Lines{"hwinfo 5 1000 hwId=100000 l2Intf=L2Intf7"}));
+  EXPECT_TRUE(sm->fecIdCacheIsMemberOf(fecId(0)));
+  withdraw(0);
+  EXPECT_FALSE(sm->fecIdCacheIsMemberOf(fecId(0)));
+  EXPECT_TRUE(published().empty());
+}
+
+TEST_F(FloodSetFecSmTest, HardwareTunnelIdChangeRepublishesTheFecsOfItsTunnelOnly) {
+  start();
+  floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel6/1000"), true);
+  floodSet(10, 1)->destSetIs(dest("mpls/2/Tunnel6/2000"), true);
+  traced();
+  tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(TunnelId(6), HwTunnelId(600)));
+  EXPECT_EQ(traced(), (Texts{"     mplsFloodSetFecRequest created or updated: (tunnelId: 6 label: "
+                             "1000 hwTunnelId:600 fecId: 12:0)",
+                             "     mplsFloodSetFecRequest created or updated: (tunnelId: 6 label: "
+                             "2000 hwTunnelId:600 fecId: 12:1)"}));
+  tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(TunnelId(9), HwTunnelId(900)));
+  EXPECT_EQ(traced(), (Texts{" no fecRequest associated with this tunnel 9"}));
+}
+
+TEST_F(FloodSetFecSmTest, InvalidTunnelIdGetsNoFec) {
+  start();
+  floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel0/1000"), true);
+  EXPECT_EQ(traced(), (Texts{"  Invalid tunnelId not supported 0"}));
+  EXPECT_TRUE(published().empty());
+  EXPECT_EQ(sm->floodSetEntryCaches(), 0u);
+}
+
+TEST_F(FloodSetFecSmTest, StartOverFilledInputsMatchesIncrementalAndDropsAnEarlierRunsState) {
+  auto fill = [&] {
+    floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
+    floodSet(20, 2)->destSetIs(dest("mpls/2/Tunnel7/3000"), true);
+  };
+  start();
+  fill();
+  Lines const incremental = published();
+
+  in = L2Rib::floodSetOutputFactory();
+  fill();
+  requests->hwFecIdRequestIs(fecId(9));
+  hwInfos->mappingIs(via(8, 8), Nox::MplsDestHwInfo(8, Gantry::IntfId("L2Intf8")));
+  requests->fecDel(fecId(0));
+  requests->fecDel(fecId(1));
+  sm = nullptr;
+  start();
+  EXPECT_EQ(published(), incremental);
+}
+
+TEST_F(FloodSetFecSmTest, NonMplsDestinationIsAProgrammingError) {
+  start();
+  EXPECT_DEATH(floodSet(10, 1)->destSetIs(dest("intf/1/Ethernet1"), true),
+               "dest.destType\\(\\) == L2Rib::destTypeMpls_");
+}
+
+}  // namespace
