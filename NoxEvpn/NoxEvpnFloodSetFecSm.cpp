@@ -218,7 +218,7 @@ void EvpnFloodSetFecSm::handleMplsDestStatus(MacVlanPair const& pair,
 
 bool EvpnFloodSetFecSm::isViaProgrammed(MacVlanPair const& pair,
                                         MplsFloodSetVia const& via) const {
-  auto const* status =
+  auto const status =
       vlanFloodSetHwStatus_ ? vlanFloodSetHwStatus_->statusColl().find(pair) : nullptr;
   if (!status) return false;
   for (auto [config, value] : status->mplsDestStatusColl()) {
@@ -250,7 +250,7 @@ void EvpnFloodSetFecSm::VelMplsFloodSetFecResponse::onHwFecId() {
 void EvpnFloodSetFecSm::handleFecResponse(FecId const& fecId) {
   NOX_TRACE_ENTRY("handleFecResponse {}", fecId);
   if (!initialized()) return;
-  MplsFloodSetVia const* known = fecIdCacheColl().find(fecId);
+  auto const known = fecIdCacheColl().find(fecId);
   if (!known) {
     NOX_TRACE_CHANGE(" got stale response for FecId:{}", fecId);
     return;
@@ -330,7 +330,7 @@ void EvpnFloodSetFecSm::createOrUpdateFecRequest(MplsFloodSetVia const& via) {
 
 void EvpnFloodSetFecSm::removeFecRequest(MplsFloodSetVia const& via) {
   NOX_TRACE_ENTRY("removeFecRequest (tunnelId: {} label: {})", via.tunnelId(), via.label());
-  FecId const* bound = mplsFloodSetViaCacheColl().find(via);
+  auto const bound = mplsFloodSetViaCacheColl().find(via);
   if (!bound) {
     NOX_TRACE_CHANGE("     fecId not found, fecRequest already removed");
     return;
@@ -346,7 +346,7 @@ void EvpnFloodSetFecSm::removeFecRequest(MplsFloodSetVia const& via) {
 
 void EvpnFloodSetFecSm::maybeDeleteFecId(FecId const& fecId) {
   NOX_TRACE_ENTRY("maybeDeleteFecId {}", fecId);
-  MplsFloodSetVia const* via = fecIdCacheColl().find(fecId);
+  auto const via = fecIdCacheColl().find(fecId);
   if (!via) return;
   if (mplsFloodSetFecRequest_->fecIsMemberOf(fecId)) return;
   if (mplsFloodSetFecResponse_ && mplsFloodSetFecResponse_->hwFecIdIsMemberOf(fecId)) return;
@@ -356,7 +356,7 @@ void EvpnFloodSetFecSm::maybeDeleteFecId(FecId const& fecId) {
 }
 
 FecId EvpnFloodSetFecSm::getOrAllocateFecId(MplsFloodSetVia const& via) {
-  if (FecId const* bound = mplsFloodSetViaCacheColl().find(via)) return *bound;
+  if (auto const bound = mplsFloodSetViaCacheColl().find(via)) return *bound;
   int64_t const index = numAllocator_->getNumber();
   VEL_ASSERT(index != numAllocator()->invalidNumber() && "FecId range exhausted, Not possible");
   return indexToFecId(index);

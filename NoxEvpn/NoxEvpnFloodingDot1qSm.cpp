@@ -187,7 +187,7 @@ void EvpnFloodingDot1qSm::processIntfVlan(IntfId const& intf, VlanId vlan) {
     return;
   }
   addIntfVlanMapping(intf, vlan);
-  VlanIdOrNone const* dot1q = evpnStatus_->vlanToDot1qColl().find(vlan);
+  auto const dot1q = evpnStatus_->vlanToDot1qColl().find(vlan);
   if (!dot1q) {
     DOT1Q_DECISION("not in vlan-dot1q mapping");
     deleteIntfVlanDot1qMapping(intf, vlan);
@@ -239,7 +239,7 @@ void EvpnFloodingDot1qSm::deleteIntfVlanDot1qMapping(IntfId const& intf, VlanId 
   NOX_TRACE_ENTRY("deleteIntfVlanDot1qMapping intf {} vlan {}", intf, vlan);
   VEL_ASSERT(initialized());
   IntfVlanKey const pair(intf, vlan);
-  VlanIdOrNone const* dot1q = intfVlanDot1qColl().find(pair);
+  auto const dot1q = intfVlanDot1qColl().find(pair);
   if (!dot1q) return;
   unprogramDot1q(intf, vlan, *dot1q);
   intfVlanDot1qDel(pair);

@@ -45,15 +45,15 @@ VEL_REGISTER_TYPE(TunnelVlanMacDestSet);
 
 bool isDestInFloodSet(L2Rib::FloodSetOutput const* output, Bridging::VlanId vlan,
                       Gantry::EthAddr const& mac, L2Rib::Dest const& dest) {
-  auto const* vlanFloodSet = output ? output->vlanFloodSetColl().find(vlan) : nullptr;
-  auto const* floodSet = vlanFloodSet ? vlanFloodSet->floodSetColl().find(mac) : nullptr;
+  auto const vlanFloodSet = output ? output->vlanFloodSetColl().find(vlan) : nullptr;
+  auto const floodSet = vlanFloodSet ? vlanFloodSet->floodSetColl().find(mac) : nullptr;
   return floodSet && floodSet->destSetIsMemberOf(dest);
 }
 
 bool isMplsDestConfigProgrammed(EvpnVlanFloodSetHwStatus const* hwStatus,
                                 Bridging::MacVlanPair const& pair, MplsDestConfig const& config) {
-  auto const* status = hwStatus ? hwStatus->statusColl().find(pair) : nullptr;
-  HwProgrammingStatus const* value = status ? status->mplsDestStatusColl().find(config) : nullptr;
+  auto const status = hwStatus ? hwStatus->statusColl().find(pair) : nullptr;
+  auto const value = status ? status->mplsDestStatusColl().find(config) : nullptr;
   return value && *value == programmed;
 }
 

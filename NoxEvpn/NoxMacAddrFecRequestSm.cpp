@@ -266,7 +266,7 @@ bool NoxMacAddrFecRequestSm::reviewShouldYield() {
 void NoxMacAddrFecRequestSm::doReviewBacklog() {
   NOX_TRACE_ENTRY("doReviewBacklog");
   VEL_ASSERT(initialized());
-  while (ObjTuple const* first = objTupleBackLogQColl().firstKey()) {
+  while (auto const first = objTupleBackLogQColl().firstKey()) {
     if (reviewShouldYield()) return;
     ObjTuple const objTuple = *first;
     switch (objTuple.tableType()) {
@@ -278,7 +278,7 @@ void NoxMacAddrFecRequestSm::doReviewBacklog() {
     objTupleBackLogQDel(objTuple);
     reviewBacklog_->taskWorkCountInc();
   }
-  while (MacVlanPair const* first = hostBackLogQColl().firstKey()) {
+  while (auto const first = hostBackLogQColl().firstKey()) {
     if (reviewShouldYield()) return;
     MacVlanPair const macVlan = *first;
     handleL2RibHost(macVlan);

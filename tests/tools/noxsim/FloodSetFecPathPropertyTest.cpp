@@ -95,7 +95,7 @@ class Path {
       for (auto [c, flag] : config->mplsDestConfigColl()) {
         MplsFloodSetVia const via(c.tunnelId(), c.label());
         published.insert(via);
-        Nox::FecId const* fecId = sm.mplsFloodSetViaCacheColl().find(via);
+        auto const fecId = sm.mplsFloodSetViaCacheColl().find(via);
         RC_ASSERT(fecId != nullptr);
         RC_ASSERT(w.floodSetFecResponse->hwFecIdIsMemberOf(*fecId));
         RC_ASSERT(c.hwIdForTunnelProgramming() == w.floodSetFecResponse->hwFecId(*fecId).hwFecId());
