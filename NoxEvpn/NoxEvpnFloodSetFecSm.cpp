@@ -145,10 +145,20 @@ void EvpnFloodSetFecSm::handleDestSet(VelFloodSet& reactor, Dest const& dest) {
 // equal FEC and request, which tells the programmer to look at the tunnel again.
 
 void EvpnFloodSetFecSm::VelHwTunnelIdMapping::onTunnelIdToHwTunnelId(TunnelId const& tunnelId) {
-  sm_->handleHwTunnelIdMapping(tunnelId);
+  if (ready_) sm_->handleHwTunnelIdMapping(tunnelId);
+}
+
+void EvpnFloodSetFecSm::VelHwTunnelIdMapping::onTunnelIdToHwTunnelIdControl() {
+  bool const ready = notifier()->tunnelIdToHwTunnelIdControl().ready;
+  if (ready == ready_) return;
+  ready_ = ready;
+  // What was requested while the writer rebuilt the table stays; the whole table is looked at
+  // again once it is whole.
+  if (ready_) onTunnelIdToHwTunnelId();
 }
 
 void EvpnFloodSetFecSm::VelHwTunnelIdMapping::onTunnelIdToHwTunnelId() {
+  if (!ready_) return;
   std::vector<TunnelId> tunnels;
   for (auto [tunnel, vias] : sm_->tunnelInfoCacheColl()) tunnels.push_back(tunnel);
   for (TunnelId const& tunnel : tunnels) sm_->handleHwTunnelIdMapping(tunnel);
@@ -315,8 +325,9 @@ void EvpnFloodSetFecSm::createOrUpdateFecRequest(MplsFloodSetVia const& via) {
   NOX_TRACE_ENTRY("createOrUpdateFecRequest (tunnelId: {} label: {})", via.tunnelId(),
                   via.label());
   HwTunnelId const hwTunnelId =
-      hwTunnelIdMapping_ ? hwTunnelIdMapping_->tunnelIdToHwTunnelId(via.tunnelId()).hwTunnelId()
-                         : HwTunnelId();
+      velHwTunnelIdMapping_ && velHwTunnelIdMapping_->ready()
+          ? hwTunnelIdMapping_->tunnelIdToHwTunnelId(via.tunnelId()).hwTunnelId()
+          : HwTunnelId();
   FecId const fecId = getOrAllocateFecId(via);
   updateCachesForFecId(fecId, via, false);
   updateTunnelInfoCache(via, true);

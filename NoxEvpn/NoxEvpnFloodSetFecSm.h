@@ -34,17 +34,23 @@ class EvpnFloodSetFecSm : public Vel::PtrInterface, public Vel::Described {
   // Flood-set FEC ids carry this adjacency type; MAC-address FEC ids another, so they never meet.
   static constexpr uint8_t fecAdjType = 12;
 
+  // Until the table is ready (its writer has published its initial contents) the machine treats
+  // it as absent: lookups miss and its changes are ignored. Once it is ready every tunnel in use
+  // is looked at again.
   class VelHwTunnelIdMapping : public TunnelIdToHwTunnelIdMapping::NotifieeConst {
    public:
     VelHwTunnelIdMapping(Vel::Ptr<TunnelIdToHwTunnelIdMapping const> const& m,
                          EvpnFloodSetFecSm* sm)
-        : NotifieeConst(m), sm_(sm) {}
+        : NotifieeConst(m), sm_(sm), ready_(m->tunnelIdToHwTunnelIdControl().ready) {}
     void onTunnelIdToHwTunnelId(TunnelId const& tunnelId) override;
     void onTunnelIdToHwTunnelId() override;
+    void onTunnelIdToHwTunnelIdControl() override;
+    bool ready() const { return ready_; }
     VEL_DESCRIBE("Nox::EvpnFloodSetFecSm::VelHwTunnelIdMapping", "hwTunnelIdMapping")
 
    private:
     EvpnFloodSetFecSm* sm_;
+    bool ready_;
   };
 
   // Watches the hardware status of one flood set (one MAC address and VLAN).

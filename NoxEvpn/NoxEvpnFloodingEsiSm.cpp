@@ -197,6 +197,29 @@ void EvpnFloodingEsiSm::deleteIntfVlanMapping(IntfId const& intf, VlanId vlan) {
 void EvpnFloodingEsiSm::processIntfVlan(IntfId const& intf, VlanId vlan) {
   NOX_TRACE_ENTRY("processIntfVlan intf {} vlan {}", intf, vlan);
   VEL_ASSERT(initialized());
+  ++processDepth_;
+  decideIntfVlan(intf, vlan);
+  if (--processDepth_ == 0) revisitTunnelsPublishedLate();
+}
+
+// A tunnel that waited for a hardware id may get one while a pair other than those that wait
+// for it is processed (a new designated forwarder behind the same tep, say). Its other pairs,
+// which could not be programmed without the id and are listed nowhere, are looked at again once
+// the outermost decision is done, so that the calls keep the order of the pairs.
+void EvpnFloodingEsiSm::revisitTunnelsPublishedLate() {
+  NOX_TRACE_ENTRY("revisitTunnelsPublishedLate");
+  while (!tunnelsPublishedLate_.empty()) {
+    TunnelId const tunnel = tunnelsPublishedLate_.back();
+    tunnelsPublishedLate_.pop_back();
+    auto const pairs = tunnelIntfVlanSet(tunnel);
+    if (!pairs) continue;
+    for (IntfVlanKey const& key : keysOf(pairs->intfVlanColl())) {
+      processIntfVlan(key.intfId(), key.vlanId());
+    }
+  }
+}
+
+void EvpnFloodingEsiSm::decideIntfVlan(IntfId const& intf, VlanId vlan) {
   auto segment = evpnStatus_->segmentStatusColl().find(intf);
   if (!segment) {
     NOX_TRACE_CHANGE("no segment status");
@@ -439,7 +462,7 @@ void EvpnFloodingEsiSm::publishTunnel(TunnelId const& tunnelId) {
   }
   NOX_TRACE_CHANGE("tunnel programmed with hw tunnel id {}", hwId);
   tunnelIdHwTunnelId_->tunnelIdToHwTunnelIdIs(TunnelIdToHwTunnelId(tunnelId, hwId));
-  unprogrammedTunnelDel(tunnelId);
+  if (unprogrammedTunnelDel(tunnelId)) tunnelsPublishedLate_.push_back(tunnelId);
 }
 
 void EvpnFloodingEsiSm::unpublishTunnel(TunnelId const& tunnelId) {

@@ -10,6 +10,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "NoxEvpn/NoxCommon.h"
 #include "NoxEvpn/NoxEvpn.h"
@@ -102,6 +103,8 @@ class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
   void addIntfVlanMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void deleteIntfVlanMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void processIntfVlan(Gantry::IntfId const& intf, Bridging::VlanId vlan);
+  void decideIntfVlan(Gantry::IntfId const& intf, Bridging::VlanId vlan);
+  void revisitTunnelsPublishedLate();
   void addOrUpdateIntfVlanTunnelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
                                         TunnelId const& tunnelId);
   void deleteIntfVlanTunnelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan);
@@ -178,6 +181,10 @@ class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
   VelReviewUnprogrammed velReviewUnprogrammed_{this};
   double const unprogrammedRetryInterval_ = reviewInterval;
   bool initialized_ = false;
+  // Tunnels that got their hardware id after waiting, whose pairs are looked at again once the
+  // outermost processIntfVlan is done (depth of processIntfVlan calls under way).
+  std::vector<TunnelId> tunnelsPublishedLate_;
+  int processDepth_ = 0;
 };
 
 Vel::Ptr<EvpnFloodingEsiSm> evpnFloodingEsiSmFactory(

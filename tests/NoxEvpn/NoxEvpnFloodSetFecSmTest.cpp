@@ -23,7 +23,9 @@ FecId fecId(uint64_t number) { return FecId(12, number); }
 
 class FloodSetFecSmTest : public ::testing::Test {
  protected:
+  // Over a tunnel table that its writer has published, as the agent has it.
   void start() {
+    tunnels->tunnelIdToHwTunnelIdReadyIs(true);
     sm = Nox::evpnFloodSetFecSmFactory(in, tunnels, hwStatus, requests, responses, hwInfos,
                                        scheduler->timerWheel());
   }
@@ -154,6 +156,17 @@ TEST_F(FloodSetFecSmTest, HardwareTunnelIdChangeRepublishesTheFecsOfItsTunnelOnl
                              "2000 hwTunnelId:600 fecId: 12:1)"}));
   tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(TunnelId(9), HwTunnelId(900)));
   EXPECT_EQ(traced(), (Texts{" no fecRequest associated with this tunnel 9"}));
+
+  // While its writer rebuilds the table, nothing of it is followed; once it is ready again,
+  // every tunnel in use is looked at.
+  tunnels->tunnelIdToHwTunnelIdReadyIs(false);
+  tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(TunnelId(6), HwTunnelId(601)));
+  EXPECT_EQ(traced(), Texts{});
+  tunnels->tunnelIdToHwTunnelIdReadyIs(true);
+  EXPECT_EQ(traced(), (Texts{"     mplsFloodSetFecRequest created or updated: (tunnelId: 6 label: "
+                             "1000 hwTunnelId:601 fecId: 12:0)",
+                             "     mplsFloodSetFecRequest created or updated: (tunnelId: 6 label: "
+                             "2000 hwTunnelId:601 fecId: 12:1)"}));
 }
 
 TEST_F(FloodSetFecSmTest, InvalidTunnelIdGetsNoFec) {

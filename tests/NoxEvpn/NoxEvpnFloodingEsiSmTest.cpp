@@ -33,6 +33,20 @@ class EsiSmTest : public ::testing::Test {
   Vel::Ptr<Nox::EvpnFloodingEsiSm> sm;
 };
 
+// A tunnel that waited for an id gets one through another pair, outside the review: the pair
+// that waited behind it is programmed then, not left waiting for a review that has nothing to do.
+TEST_F(EsiSmTest, TunnelPublishedThroughAnotherPairProgramsThePairsThatWaitedForIt) {
+  sm = w.start();
+  w.helper->hwTunnelIdExhaustedIs(true);
+  w.dfIs("Ethernet2", 1, 2);
+  w.labelIs("Ethernet2", 2, 100, Evpn::EncapType::mpls);
+  w.helper->hwTunnelIdExhaustedIs(false);
+  calls();
+  w.dfIs("Ethernet1", 1, 2);
+  EXPECT_EQ(calls(), (Calls{"get -> 1", "create Ethernet2 1 2 1 100 -> programmed"}));
+  EXPECT_EQ(esi(), (Lines{"Ethernet2 1 tunnel=2 hw=1 label=100"}));
+}
+
 TEST_F(EsiSmTest, VlansBehindOneTunnelShareItsIdWhichGoesWithTheLastOfThem) {
   sm = w.start();
   w.dfIs("Ethernet1", 10, 5);
