@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -181,10 +182,19 @@ Segment::~Segment() { close(); }
 Segment Segment::claim(std::string const& table, bool* replacedStale, mode_t mode) {
   std::string const path = segmentPath(table);
   *replacedStale = false;
-  // The name is remembered as soon as it is ours, so that a signal handler can remove it.
+  // The name is remembered as soon as it is ours, with termination signals held off in between,
+  // so that a handler that removes the process's names never misses this one.
+  sigset_t terminating, previous;
+  sigemptyset(&terminating);
+  sigaddset(&terminating, SIGINT);
+  sigaddset(&terminating, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &terminating, &previous);
   int fd = ::shm_open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
   bool const created = fd >= 0;
+  int const openErrno = errno;
   if (created) rememberCreatedName(path);
+  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+  errno = openErrno;
   if (!created && errno == EEXIST) {
     fd = ::shm_open(path.c_str(), O_RDWR | O_CLOEXEC, 0);
     if (fd >= 0) checkOwnSegment(table, fd, mode);

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <sstream>
@@ -85,12 +86,16 @@ std::vector<std::string> namesLeftAfterSigterm(std::string const& prefix, bool k
     _exit(0);
   }
   auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  // Until the table is whole: its name shows a moment before the run holds it.
-  auto const published = [&prefix] {
+  // Until every table of the run is whole: names show one by one while the world is built.
+  std::size_t seen = 0;
+  int steady = 0;
+  while (steady < 20 && std::chrono::steady_clock::now() < deadline) {
     auto const names = Kelp::tableNames(prefix);
-    return !names.empty() && Kelp::inspectTable(names.front()).error.empty();
-  };
-  while (!published() && std::chrono::steady_clock::now() < deadline) {
+    bool const whole = !names.empty() && std::all_of(names.begin(), names.end(), [](auto const& n) {
+      return Kelp::inspectTable(n).error.empty();
+    });
+    steady = whole && names.size() == seen ? steady + 1 : 0;
+    seen = names.size();
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   ::kill(child, SIGTERM);
