@@ -102,13 +102,10 @@ class FecIdToHwFecIdRequest : public VelKelp::TableEntity {
  public:
   VELKELP_COLLECTION(fec, Fec, FecId, Kelp::Fib::Fec)
 
- public:
   VELKELP_COLLECTION(fec6, Fec6, FecId, Kelp::Fib::Fec)
 
- public:
   VELKELP_COLLECTION(objTupleToFecId, ObjTupleToFecId, ObjTuple, ObjTupleAndFecId)
 
- public:
   VELKELP_COLLECTION(hwFecIdRequest, HwFecIdRequest, FecId, bool)
 };
 
@@ -133,7 +130,6 @@ class FecIdToHwFecIdResponse : public VelKelp::TableEntity {
  public:
   VELKELP_COLLECTION(hwFecId, HwFecId, FecId, FecToHwFecId)
 
- public:
   VELKELP_COLLECTION(l2IntfId, L2IntfId, FecId, FecToL2IntfId)
 };
 

@@ -182,10 +182,8 @@ class LfibStatus : public VelKelp::TableEntity {
  public:
   VELKELP_COLLECTION(route, Route, RouteKey, LfibRoute)
 
- public:
   VELKELP_COLLECTION(viaSet, ViaSet, LfibViaSetKey, LfibViaSet)
 
- public:
   VELKELP_COLLECTION(evpnEthernetSegmentFilterVia, EvpnEthernetSegmentFilterVia, LfibViaKey,
                      LfibEvpnEthernetSegmentFilterVia)
 };
