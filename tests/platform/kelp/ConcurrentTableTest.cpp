@@ -30,14 +30,17 @@ namespace {
 // record and a stranger's key) shows.
 struct Stamp {
   std::uint64_t n = 0;
-  std::uint64_t mixed = 0;
-  std::uint64_t inverse = 0;
   std::uint64_t key = 0;
+  std::array<std::uint64_t, 10> derived{};  // spans cache lines, so a copy can tear between them
   friend bool operator==(Stamp const&, Stamp const&) = default;
 };
 
 Stamp stampOf(std::uint64_t key, std::uint64_t n) {
-  return {n, n * 0x9E3779B97F4A7C15ULL + key, ~n, key};
+  Stamp s{n, key, {}};
+  for (std::size_t i = 0; i < s.derived.size(); ++i) {
+    s.derived[i] = (n + i) * 0x9E3779B97F4A7C15ULL ^ key;
+  }
+  return s;
 }
 bool whole(std::uint64_t key, Stamp const& s) { return s == stampOf(key, s.n); }
 
@@ -235,8 +238,8 @@ TEST_F(ConcurrentTable, PollersOnReaderThreadsDeliverWholeRecordsAndEndAtTheWrit
 // a segment once per table, so a race checker sees no shared addresses there): every accepted copy
 // is one whole write, and readers end at the last one.
 TEST(ConcurrentSeqLock, AcceptedCopiesAreWholeWritesWhileTheWriterRewrites) {
-  constexpr std::size_t words = 6;
-  constexpr Kelp::Word last = 20000;
+  constexpr std::size_t words = 24;
+  constexpr Kelp::Word last = 100000;
   auto const recordOf = [](Kelp::Word n) {
     std::array<Kelp::Word, words> r{};
     for (std::size_t i = 0; i < words; ++i) r[i] = n * (2 * i + 1) + i;
