@@ -9,7 +9,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <future>
 #include <latch>
 #include <map>
 #include <optional>
@@ -55,7 +54,8 @@ constexpr int readerThreads = 3;
 constexpr Kelp::Options churnOptions{.initialCapacity = 2, .logCapacity = 16};
 
 // The writer's script: writes, direct commits, removals and whole-table notices over a few keys,
-// each value a fresh stamp; readiness (false until now) marks the end. Returns the contents.
+// each value a fresh stamp. Returns the contents it leaves; the caller then marks the table ready,
+// which tells readers the script is over.
 template <class Write, class Remove, class Collection>
 Contents churn(Write&& write, Remove&& remove, Collection&& collection) {
   std::mt19937_64 rng(20261123);
