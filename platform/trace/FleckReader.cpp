@@ -130,8 +130,13 @@ void appendValue(std::string& out, void const* p) {
   }
 }
 
+struct RecordText {
+  std::string text;
+  std::vector<std::string> args;
+};
+
 // The message of one record, if its arguments decode exactly against the site's types.
-std::optional<std::string> recordText(std::string_view payload, SiteInfo const& site) {
+std::optional<RecordText> recordText(std::string_view payload, SiteInfo const& site) {
   std::vector<Value> values;
   std::size_t at = 0;
   for (ArgType t : site.types) {
@@ -153,9 +158,14 @@ std::optional<std::string> recordText(std::string_view payload, SiteInfo const& 
   if (padding.size() >= 8 || padding.find_first_not_of('\0') != std::string_view::npos) {
     return std::nullopt;
   }
+  RecordText out;
   std::vector<Trace::ArgText> args;
-  for (auto const& v : values) args.push_back({&v, appendValue});
-  return Trace::formatText(site.format, args.data(), args.size());
+  for (auto const& v : values) {
+    args.push_back({&v, appendValue});
+    appendValue(out.args.emplace_back(), &v);
+  }
+  out.text = Trace::formatText(site.format, args.data(), args.size());
+  return out;
 }
 
 class Decoder {
@@ -220,7 +230,8 @@ class Decoder {
       if (text) {
         stream.push_back(
             {r.ticks, Message{wallNs(block.header, r.ticks), block.header.thread, site->facility,
-                              site->level, site->file, site->line, std::move(*text)}});
+                              site->level, site->file, site->line, std::move(text->text),
+                              std::move(text->args), site->format}});
       } else {
         ++out_.skippedRecords;
       }
@@ -259,6 +270,7 @@ bool decode(std::string_view bytes, Decoded& out, std::string& error) {
     return false;
   }
   out.droppedRecords = h.droppedRecords;
+  out.pid = h.pid;
   Decoder(bytes, h, out).run();
   return true;
 }

@@ -21,12 +21,15 @@ struct Message {
   std::string file;
   int line;
   std::string text;
+  std::vector<std::string> args;  // each typed argument as the text shows it, in order
+  std::string format;             // the call site's format, "{}" where an argument goes
 };
 
 struct Decoded {
   std::vector<Message> messages;     // oldest first; one thread's messages in the order written
   std::size_t skippedRecords = 0;    // committed records that did not decode
   std::uint64_t droppedRecords = 0;  // records the writer could not place
+  std::uint64_t pid = 0;             // of the process that wrote the buffer
 };
 
 // False, with the reason in `error`, when the bytes are not a Fleck buffer.

@@ -17,6 +17,7 @@
 #include "platform/trace/FleckFormat.h"
 #include "platform/trace/Trace.h"
 #include "platform/vel/Exception.h"
+#include "tests/platform/trace/MiniJson.h"
 #include "tests/platform/trace/ProgramRun.h"
 
 NOX_TRACE_FACILITY("FleckTest");
@@ -89,6 +90,39 @@ TEST_F(FleckBuffer, RecordsRoundTripThroughFleckcatWithTheirTexts) {
   std::time_t const stamped = std::mktime(&tm);
   EXPECT_GE(stamped, before - 1);
   EXPECT_LE(stamped, std::time(nullptr) + 1);
+}
+
+// Both JSON forms carry every message whole: texts with quotes, control bytes and bytes that
+// are not UTF-8 stay valid JSON; the trace-event form has what viewers need in every event.
+TEST_F(FleckBuffer, JsonFormsAreValidAndCarryEveryMessage) {
+  NOX_TRACE(8, "handleVia ( {}, {} )", 5, 1000);
+  NOX_TRACE(1, "   quote \" slash \\ {}", std::string("line\nbreak\x01 \xff end"));
+  Fleck::close();
+  auto const chrome = TraceTest::runProgram({NOX_FLECKCAT, "--format", "chrome", path_});
+  ASSERT_EQ(chrome.status, 0) << chrome.err;
+  auto const doc = TraceTest::parseJson(chrome.out);
+  auto const& events = doc.at("traceEvents").array;
+  ASSERT_EQ(events.size(), 2u);
+  double lastTs = 0;
+  for (auto const& e : events) {
+    for (char const* key : {"ph", "ts", "pid", "tid", "name"}) EXPECT_TRUE(e.has(key)) << key;
+    EXPECT_EQ(e.at("pid").number, double(::getpid()));
+    EXPECT_GE(e.at("ts").number, lastTs);
+    lastTs = e.at("ts").number;
+  }
+  EXPECT_EQ(events[0].at("name").string, "handleVia");
+  EXPECT_EQ(events[0].at("cat").string, "FleckTest,FleckTest");
+  EXPECT_EQ(events[0].at("args").at("arg1").string, "1000");
+  EXPECT_EQ(events[1].at("args").at("arg0").string, "line\nbreak\x01 \xef\xbf\xbd end");
+
+  auto const lines = TraceTest::runProgram({NOX_FLECKCAT, "--format", "json", path_});
+  ASSERT_EQ(lines.status, 0) << lines.err;
+  auto const objects = TraceTest::linesOf(lines.out);
+  ASSERT_EQ(objects.size(), 2u);
+  EXPECT_EQ(TraceTest::parseJson(objects[0]).at("message").string, "handleVia ( 5, 1000 )");
+  EXPECT_EQ(TraceTest::parseJson(objects[1]).at("level").number, 1);
+
+  EXPECT_EQ(TraceTest::runProgram({NOX_FLECKCAT, "--format", "xml", path_}).status, 2);
 }
 
 TEST_F(FleckBuffer, RecordsOnlyTheLevelsEnabledForFleck) {
@@ -290,7 +324,7 @@ TEST_F(FleckBuffer, FileThatIsNotAFleckBufferIsRefused) {
   EXPECT_EQ(TraceTest::runProgram({NOX_FLECKCAT}).status, 2);
   auto const help = TraceTest::runProgram({NOX_FLECKCAT, "--help"});
   EXPECT_EQ(help.status, 0);
-  EXPECT_EQ(help.out.rfind("usage: fleckcat FILE\n", 0), 0u) << help.out;
+  EXPECT_EQ(help.out.rfind("usage: fleckcat [--format text|chrome|json] FILE\n", 0), 0u) << help.out;
 }
 
 TEST(FleckOpen, SizeBelowTheMinimumIsARangeError) {
