@@ -9,6 +9,8 @@
 
 #include "NoxEvpn/NoxEvpnFloodingEsiSm.h"
 
+#include <algorithm>
+#include <array>
 #include <vector>
 
 #include "platform/trace/Trace.h"
@@ -261,7 +263,12 @@ void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping(IntfId const& intf, Vla
   VEL_ASSERT(initialized());
   IntfVlanKey const key(intf, vlan);
   auto const existing = intfVlanTunnelColl().find(key);
-  if (existing && *existing != tunnelId) deleteIntfVlanTunnelMapping(intf, vlan);
+  if (existing && *existing == tunnelId) {
+    // The pair is in both reverse sets already: they change together with intfVlanTunnel.
+    publishTunnel(tunnelId);
+    return;
+  }
+  if (existing) deleteIntfVlanTunnelMapping(intf, vlan);
   intfVlanTunnelIs(key, tunnelId);
   tunnelIntfVlanSetIs(tunnelId)->intfVlanIs(key, true);
   intfTunnelVlanSetIs(IntfTunnelKey(intf, tunnelId))->vlanIdIs(vlan, true);
@@ -339,52 +346,81 @@ void EvpnFloodingEsiSm::programEsi(IntfId const& intf, VlanId vlan, MplsLabel la
     unprogramEsi(intf, vlan);
     return;
   }
-  // A copy: the helper calls below may notify.
-  NoxPortList const ports = *members;
   IntfVlanKey const key(intf, vlan);
   unprogrammedEsiDel(key);
+  std::vector<IntfId> stale;
   if (auto const status = esiStatus(key)) {
-    std::vector<IntfId> stale;
     for (auto [port, flag] : status->programmedColl()) {
-      if (!ports.portIsMemberOf(port)) stale.push_back(port);
+      if (!members->portIsMemberOf(port)) stale.push_back(port);
     }
     for (auto [port, flag] : status->unprogrammedColl()) {
-      if (!ports.portIsMemberOf(port)) stale.push_back(port);
-    }
-    for (IntfId const& port : stale) {
-      NOX_TRACE_CHANGE("stale lag member, delete");
-      unprogramEsiHelper(intf, port, vlan);
+      if (!members->portIsMemberOf(port)) stale.push_back(port);
     }
   }
-  for (IntfId const& port : ports.portColl()) programEsiHelper(intf, port, vlan, label);
+  // A copy: the helper calls below may notify. Port-channels of usual size stay on the stack,
+  // as this runs for every VLAN of a port-channel whose members change.
+  std::size_t const count = members->ports();
+  std::array<IntfId, 16> few;
+  std::vector<IntfId> many;
+  IntfId* ports = few.data();
+  if (count > few.size()) {
+    many = members->portColl();
+    ports = many.data();
+  } else {
+    std::copy(members->portColl().begin(), members->portColl().end(), few.begin());
+  }
+  for (IntfId const& port : stale) {
+    NOX_TRACE_CHANGE("stale lag member, delete");
+    unprogramEsiHelper(intf, port, vlan);
+  }
+  std::optional<PairTarget> target;
+  for (std::size_t i = 0; i < count; ++i) programEsiPort(intf, ports[i], vlan, label, target);
 }
 
 void EvpnFloodingEsiSm::programEsiHelper(IntfId const& logIntfId, IntfId const& phyIntfId,
                                          VlanId vlan, MplsLabel label) {
+  std::optional<PairTarget> target;
+  programEsiPort(logIntfId, phyIntfId, vlan, label, target);
+}
+
+void EvpnFloodingEsiSm::programEsiPort(IntfId const& logIntfId, IntfId const& phyIntfId,
+                                       VlanId vlan, MplsLabel label,
+                                       std::optional<PairTarget>& target) {
   NOX_TRACE_ENTRY("programEsiHelper logical intf {} phy intf {} vlan {} label {}", logIntfId,
                   phyIntfId, vlan, label);
   VEL_ASSERT(initialized());
   IntfVlanKey const key(logIntfId, vlan);
-  VEL_ASSERT(intfVlanTunnelIteratorConst().isMemberOf( key ));
-  TunnelId const tunnel = intfVlanTunnel(key);
-  std::optional<HwTunnelId> const hwTunnelId = publishedHwTunnelId(tunnel);
-  if (!hwTunnelId) {
+  if (!target) {
+    VEL_ASSERT(intfVlanTunnelIteratorConst().isMemberOf( key ));
+    TunnelId const tunnel = intfVlanTunnel(key);
+    std::optional<HwTunnelId> const hwTunnelId = publishedHwTunnelId(tunnel);
+    Vel::Ptr<IntfVlanStatus> status;
+    if (hwTunnelId) {
+      IntfVlanTunnelKey const labelKey(logIntfId, vlan, tunnel);
+      VEL_ASSERT(intfVlanTunnelLabelColl().isMemberOf( labelKey ));
+      status = esiStatusIs(key);
+    }
+    target = PairTarget{tunnel, hwTunnelId, status};
+  }
+  if (!target->hwTunnelId) {
     // The tunnel waits in unprogrammedTunnel; the review comes back to this pair through it.
     NOX_TRACE_CHANGE("hw tunnel id not published");
     return;
   }
-  IntfVlanTunnelKey const labelKey(logIntfId, vlan, tunnel);
-  VEL_ASSERT(intfVlanTunnelLabelColl().isMemberOf( labelKey ));
-  auto status = esiStatusIs(key);
+  Vel::Ptr<IntfVlanStatus> status = target->status;
   if (status->programmed(phyIntfId)) {
     NOX_TRACE_CHANGE("already programmed");
     return;
   }
+  // From here on the status notifies or the helper is called: the next port looks up again.
+  TunnelId const tunnel = target->tunnel;
+  HwTunnelId const hwTunnelId = *target->hwTunnelId;
+  target.reset();
   status->unprogrammedDel(phyIntfId);
   if (status->unprogrammeds() == 0) unprogrammedEsiDel(key);
 
   HwProgrammingStatus const rc =
-      floodingHelper_->createEsiData(phyIntfId, vlan, tunnel, *hwTunnelId, label);
+      floodingHelper_->createEsiData(phyIntfId, vlan, tunnel, hwTunnelId, label);
   status = esiStatusIs(key);
   switch (rc) {
     case programmed:

@@ -135,6 +135,18 @@ class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
                     Vel::Ptr<Evpn::EvpnStatus const> const& evpnStatus,
                     Vel::Ptr<TunnelIdToHwTunnelIdMapping> const& tunnelIdHwTunnelId);
 
+  // What programming the ports of one pair needs: its tunnel, the tunnel's hardware id and the
+  // pair's status (only when the id is published). Looked up for the first port and again only
+  // after something that may notify, since a watcher may then have changed any of them.
+  struct PairTarget {
+    TunnelId tunnel;
+    std::optional<HwTunnelId> hwTunnelId;
+    Vel::Ptr<IntfVlanStatus> status;
+  };
+  // programEsiHelper for one port with the pair's target; drops the target when it notified.
+  void programEsiPort(Gantry::IntfId const& logIntfId, Gantry::IntfId const& phyIntfId,
+                      Bridging::VlanId vlan, Gantry::MplsLabel label,
+                      std::optional<PairTarget>& target);
   // The hardware tunnel id published for a tunnel, if any.
   std::optional<HwTunnelId> publishedHwTunnelId(TunnelId const& tunnelId) const;
   // True when the review must stop here; it is then rescheduled after the review interval.
