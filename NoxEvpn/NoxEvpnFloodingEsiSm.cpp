@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 #include <vector>
 
 #include "platform/trace/Trace.h"
@@ -236,10 +237,10 @@ void EvpnFloodingEsiSm::decideIntfVlan(IntfId const& intf, VlanId vlan) {
   }
   IntfId const tep = *tepFound;
   TunnelId const tunnelId = Evpn::tepTunnelId(tep);
-  addOrUpdateIntfVlanTunnelMapping(intf, vlan, tunnelId);
-
   // Publishing notified the table's readers: look the segment up again.
-  segment = evpnStatus_->segmentStatusColl().find(intf);
+  if (addOrUpdateIntfVlanTunnelMapping(intf, vlan, tunnelId)) {
+    segment = evpnStatus_->segmentStatusColl().find(intf);
+  }
   auto const label = segment ? segment->remoteEsiLabelColl().find(tep) : nullptr;
   if (!label) {
     NOX_TRACE_CHANGE("no esi label");
@@ -256,7 +257,7 @@ void EvpnFloodingEsiSm::decideIntfVlan(IntfId const& intf, VlanId vlan) {
 
 // Tunnels of pairs.
 
-void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping(IntfId const& intf, VlanId vlan,
+bool EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping(IntfId const& intf, VlanId vlan,
                                                          TunnelId const& tunnelId) {
   NOX_TRACE_ENTRY("addOrUpdateIntfVlanTunnelMapping intf {} vlan {} tunnel {}", intf, vlan,
                   tunnelId);
@@ -265,14 +266,14 @@ void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping(IntfId const& intf, Vla
   auto const existing = intfVlanTunnelColl().find(key);
   if (existing && *existing == tunnelId) {
     // The pair is in both reverse sets already: they change together with intfVlanTunnel.
-    publishTunnel(tunnelId);
-    return;
+    return publishTunnel(tunnelId);
   }
   if (existing) deleteIntfVlanTunnelMapping(intf, vlan);
   intfVlanTunnelIs(key, tunnelId);
   tunnelIntfVlanSetIs(tunnelId)->intfVlanIs(key, true);
   intfTunnelVlanSetIs(IntfTunnelKey(intf, tunnelId))->vlanIdIs(vlan, true);
   publishTunnel(tunnelId);
+  return true;
 }
 
 void EvpnFloodingEsiSm::deleteIntfVlanTunnelMapping(IntfId const& intf, VlanId vlan) {
@@ -394,25 +395,24 @@ void EvpnFloodingEsiSm::programEsiPort(IntfId const& logIntfId, IntfId const& ph
     VEL_ASSERT(intfVlanTunnelIteratorConst().isMemberOf( key ));
     TunnelId const tunnel = intfVlanTunnel(key);
     std::optional<HwTunnelId> const hwTunnelId = publishedHwTunnelId(tunnel);
-    Vel::Ptr<IntfVlanStatus> status;
+    target.emplace(PairTarget{tunnel, hwTunnelId, nullptr});
     if (hwTunnelId) {
       IntfVlanTunnelKey const labelKey(logIntfId, vlan, tunnel);
       VEL_ASSERT(intfVlanTunnelLabelColl().isMemberOf( labelKey ));
-      status = esiStatusIs(key);
+      target->status = esiStatusIs(key);
     }
-    target = PairTarget{tunnel, hwTunnelId, status};
   }
   if (!target->hwTunnelId) {
     // The tunnel waits in unprogrammedTunnel; the review comes back to this pair through it.
     NOX_TRACE_CHANGE("hw tunnel id not published");
     return;
   }
-  Vel::Ptr<IntfVlanStatus> status = target->status;
-  if (status->programmed(phyIntfId)) {
+  if (target->status->programmed(phyIntfId)) {
     NOX_TRACE_CHANGE("already programmed");
     return;
   }
   // From here on the status notifies or the helper is called: the next port looks up again.
+  Vel::Ptr<IntfVlanStatus> status = std::move(target->status);
   TunnelId const tunnel = target->tunnel;
   HwTunnelId const hwTunnelId = *target->hwTunnelId;
   target.reset();
@@ -482,23 +482,24 @@ std::optional<HwTunnelId> EvpnFloodingEsiSm::publishedHwTunnelId(TunnelId const&
   return entry->hwTunnelId();
 }
 
-void EvpnFloodingEsiSm::publishTunnel(TunnelId const& tunnelId) {
+bool EvpnFloodingEsiSm::publishTunnel(TunnelId const& tunnelId) {
   NOX_TRACE_ENTRY("publishTunnel tunnel {}", tunnelId);
   VEL_ASSERT(initialized());
   if (publishedHwTunnelId(tunnelId)) {
     NOX_TRACE_CHANGE("already programmed");
-    return;
+    return false;
   }
   HwTunnelId const hwId = floodingHelper_->getHwTunnelId();
   if (hwId == HwTunnelId()) {
     NOX_TRACE_CHANGE("failed to program tunnel");
     unprogrammedTunnelIs(tunnelId, true);
     maybeScheduleUnprogrammedReview(false);
-    return;
+    return true;
   }
   NOX_TRACE_CHANGE("tunnel programmed with hw tunnel id {}", hwId);
   tunnelIdHwTunnelId_->tunnelIdToHwTunnelIdIs(TunnelIdToHwTunnelId(tunnelId, hwId));
   if (unprogrammedTunnelDel(tunnelId)) tunnelsPublishedLate_.push_back(tunnelId);
+  return true;
 }
 
 void EvpnFloodingEsiSm::unpublishTunnel(TunnelId const& tunnelId) {

@@ -105,7 +105,8 @@ class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
   void processIntfVlan(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void decideIntfVlan(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void revisitTunnelsPublishedLate();
-  void addOrUpdateIntfVlanTunnelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
+  // Both return false when nothing was written and no helper was called (nothing notified).
+  bool addOrUpdateIntfVlanTunnelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
                                         TunnelId const& tunnelId);
   void deleteIntfVlanTunnelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void addOrUpdateIntfVlanTunnelLabelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
@@ -118,7 +119,7 @@ class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
   void unprogramEsi(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void unprogramEsiHelper(Gantry::IntfId const& logIntfId, Gantry::IntfId const& phyIntfId,
                           Bridging::VlanId vlan);
-  void publishTunnel(TunnelId const& tunnelId);
+  bool publishTunnel(TunnelId const& tunnelId);
   void unpublishTunnel(TunnelId const& tunnelId);
   void maybeScheduleUnprogrammedReview(bool immediate);
   void doReviewUnprogrammed();
