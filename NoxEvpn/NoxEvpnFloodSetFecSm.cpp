@@ -324,16 +324,14 @@ void EvpnFloodSetFecSm::processFecRequest(MplsFloodSetVia const& via, bool repub
 void EvpnFloodSetFecSm::createOrUpdateFecRequest(MplsFloodSetVia const& via, bool republish) {
   NOX_TRACE_ENTRY("createOrUpdateFecRequest (tunnelId: {} label: {})", via.tunnelId(),
                   via.label());
-  // Every destination over a via comes here. A bound via whose request is in the table was
-  // written here with the caches (removeFecRequest takes them away together), so once its FEC
-  // and request are as they should be there is nothing to write and nothing new to trace.
+  // Every destination over a via comes here. This machine alone writes the request table, and
+  // writes a via's FEC, request and caches together (removeFecRequest takes them away together;
+  // start-up empties the requests): a bound via whose request is in the table has its FEC
+  // published as it should be, and there is nothing to write and nothing new to trace. Reading
+  // the FEC record back to compare would cost more than the rest of a destination.
   if (!republish) {
-    auto const& requests = *mplsFloodSetFecRequest_;
     auto const bound = mplsFloodSetViaCacheColl().find(via);
-    if (bound && requests.hwFecIdRequestIsMemberOf(*bound) &&
-        requests.fecColl().table().find(*bound) == buildFec(*bound, via)) {
-      return;
-    }
+    if (bound && mplsFloodSetFecRequest_->hwFecIdRequestIsMemberOf(*bound)) return;
   }
   HwTunnelId const hwTunnelId =
       velHwTunnelIdMapping_ && velHwTunnelIdMapping_->ready()
