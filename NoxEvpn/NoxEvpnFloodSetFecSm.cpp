@@ -174,7 +174,7 @@ void EvpnFloodSetFecSm::handleHwTunnelIdMapping(TunnelId const& tunnelId) {
   }
   std::vector<MplsFloodSetVia> copy;
   for (auto [via, flag] : vias->mplsFloodSetViaSetColl()) copy.push_back(via);
-  for (MplsFloodSetVia const& via : copy) processFecRequest(via);
+  for (MplsFloodSetVia const& via : copy) processFecRequest(via, true);
 }
 
 // Hardware status of flood sets.
@@ -223,7 +223,7 @@ void EvpnFloodSetFecSm::handleMplsDestStatus(MacVlanPair const& pair,
       if (pairs->statuss() == 0) floodSetStatusCacheDel(via);
     }
   }
-  processFecRequest(via);
+  processFecRequest(via, false);
 }
 
 bool EvpnFloodSetFecSm::isViaProgrammed(MacVlanPair const& pair,
@@ -291,7 +291,7 @@ void EvpnFloodSetFecSm::processMplsDest(VlanId vlan, EthAddr const& mac, Dest co
     return;
   }
   updateFloodSetEntryCache(VlanMacDest(vlan, mac, dest), via, isDestInFloodSet(vlan, mac, dest));
-  processFecRequest(via);
+  processFecRequest(via, false);
 }
 
 void EvpnFloodSetFecSm::updateFloodSetEntryCache(VlanMacDest const& d, MplsFloodSetVia const& via,
@@ -310,10 +310,10 @@ bool EvpnFloodSetFecSm::isDestInFloodSet(VlanId vlan, EthAddr const& mac, Dest c
   return Nox::isDestInFloodSet(floodSetOutput_.ptr(), vlan, mac, dest);
 }
 
-void EvpnFloodSetFecSm::processFecRequest(MplsFloodSetVia const& via) {
+void EvpnFloodSetFecSm::processFecRequest(MplsFloodSetVia const& via, bool republish) {
   NOX_TRACE_ENTRY("processFecRequest (tunnelId: {} label: {})", via.tunnelId(), via.label());
   if (floodSetEntryCacheIsMemberOf(via)) {
-    createOrUpdateFecRequest(via);
+    createOrUpdateFecRequest(via, republish);
   } else if (floodSetStatusCacheIsMemberOf(via)) {
     NOX_TRACE_CHANGE("    wait for hardware to unprogram the floodSet");
   } else {
@@ -321,9 +321,18 @@ void EvpnFloodSetFecSm::processFecRequest(MplsFloodSetVia const& via) {
   }
 }
 
-void EvpnFloodSetFecSm::createOrUpdateFecRequest(MplsFloodSetVia const& via) {
+void EvpnFloodSetFecSm::createOrUpdateFecRequest(MplsFloodSetVia const& via, bool republish) {
   NOX_TRACE_ENTRY("createOrUpdateFecRequest (tunnelId: {} label: {})", via.tunnelId(),
                   via.label());
+  // Every destination over a via comes here. This machine alone writes the request table, and
+  // writes a via's FEC, request and caches together (removeFecRequest takes them away together;
+  // start-up empties the requests): a bound via whose request is in the table has its FEC
+  // published as it should be, and there is nothing to write and nothing new to trace. Reading
+  // the FEC record back to compare would cost more than the rest of a destination.
+  if (!republish) {
+    auto const bound = mplsFloodSetViaCacheColl().find(via);
+    if (bound && mplsFloodSetFecRequest_->hwFecIdRequestIsMemberOf(*bound)) return;
+  }
   HwTunnelId const hwTunnelId =
       velHwTunnelIdMapping_ && velHwTunnelIdMapping_->ready()
           ? hwTunnelIdMapping_->tunnelIdToHwTunnelId(via.tunnelId()).hwTunnelId()

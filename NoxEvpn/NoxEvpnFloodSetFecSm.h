@@ -130,8 +130,10 @@ class EvpnFloodSetFecSm : public Vel::PtrInterface, public Vel::Described {
   void handleFecResponse(FecId const& fecId);
 
   void processMplsDest(Bridging::VlanId vlan, Gantry::EthAddr const& mac, L2Rib::Dest const& dest);
-  void processFecRequest(MplsFloodSetVia const& via);
-  void createOrUpdateFecRequest(MplsFloodSetVia const& via);
+  // With republish the FEC and request are written even when unchanged: the write tells the
+  // programmer to look at the via's tunnel again. Otherwise an unchanged pair is left alone.
+  void processFecRequest(MplsFloodSetVia const& via, bool republish);
+  void createOrUpdateFecRequest(MplsFloodSetVia const& via, bool republish);
   void removeFecRequest(MplsFloodSetVia const& via);
   void maybeDeleteFecId(FecId const& fecId);
   FecId getOrAllocateFecId(MplsFloodSetVia const& via);

@@ -9,6 +9,9 @@
 
 #include "NoxEvpn/NoxEvpnFloodingEsiSm.h"
 
+#include <algorithm>
+#include <array>
+#include <utility>
 #include <vector>
 
 #include "platform/trace/Trace.h"
@@ -234,10 +237,10 @@ void EvpnFloodingEsiSm::decideIntfVlan(IntfId const& intf, VlanId vlan) {
   }
   IntfId const tep = *tepFound;
   TunnelId const tunnelId = Evpn::tepTunnelId(tep);
-  addOrUpdateIntfVlanTunnelMapping(intf, vlan, tunnelId);
-
   // Publishing notified the table's readers: look the segment up again.
-  segment = evpnStatus_->segmentStatusColl().find(intf);
+  if (addOrUpdateIntfVlanTunnelMapping(intf, vlan, tunnelId)) {
+    segment = evpnStatus_->segmentStatusColl().find(intf);
+  }
   auto const label = segment ? segment->remoteEsiLabelColl().find(tep) : nullptr;
   if (!label) {
     NOX_TRACE_CHANGE("no esi label");
@@ -254,18 +257,23 @@ void EvpnFloodingEsiSm::decideIntfVlan(IntfId const& intf, VlanId vlan) {
 
 // Tunnels of pairs.
 
-void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping(IntfId const& intf, VlanId vlan,
+bool EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping(IntfId const& intf, VlanId vlan,
                                                          TunnelId const& tunnelId) {
   NOX_TRACE_ENTRY("addOrUpdateIntfVlanTunnelMapping intf {} vlan {} tunnel {}", intf, vlan,
                   tunnelId);
   VEL_ASSERT(initialized());
   IntfVlanKey const key(intf, vlan);
   auto const existing = intfVlanTunnelColl().find(key);
-  if (existing && *existing != tunnelId) deleteIntfVlanTunnelMapping(intf, vlan);
+  if (existing && *existing == tunnelId) {
+    // The pair is in both reverse sets already: they change together with intfVlanTunnel.
+    return publishTunnel(tunnelId);
+  }
+  if (existing) deleteIntfVlanTunnelMapping(intf, vlan);
   intfVlanTunnelIs(key, tunnelId);
   tunnelIntfVlanSetIs(tunnelId)->intfVlanIs(key, true);
   intfTunnelVlanSetIs(IntfTunnelKey(intf, tunnelId))->vlanIdIs(vlan, true);
   publishTunnel(tunnelId);
+  return true;
 }
 
 void EvpnFloodingEsiSm::deleteIntfVlanTunnelMapping(IntfId const& intf, VlanId vlan) {
@@ -339,52 +347,80 @@ void EvpnFloodingEsiSm::programEsi(IntfId const& intf, VlanId vlan, MplsLabel la
     unprogramEsi(intf, vlan);
     return;
   }
-  // A copy: the helper calls below may notify.
-  NoxPortList const ports = *members;
   IntfVlanKey const key(intf, vlan);
   unprogrammedEsiDel(key);
+  std::vector<IntfId> stale;
   if (auto const status = esiStatus(key)) {
-    std::vector<IntfId> stale;
     for (auto [port, flag] : status->programmedColl()) {
-      if (!ports.portIsMemberOf(port)) stale.push_back(port);
+      if (!members->portIsMemberOf(port)) stale.push_back(port);
     }
     for (auto [port, flag] : status->unprogrammedColl()) {
-      if (!ports.portIsMemberOf(port)) stale.push_back(port);
-    }
-    for (IntfId const& port : stale) {
-      NOX_TRACE_CHANGE("stale lag member, delete");
-      unprogramEsiHelper(intf, port, vlan);
+      if (!members->portIsMemberOf(port)) stale.push_back(port);
     }
   }
-  for (IntfId const& port : ports.portColl()) programEsiHelper(intf, port, vlan, label);
+  // A copy: the helper calls below may notify. Port-channels of usual size stay on the stack,
+  // as this runs for every VLAN of a port-channel whose members change.
+  std::size_t const count = members->ports();
+  std::array<IntfId, 16> few;
+  std::vector<IntfId> many;
+  IntfId* ports = few.data();
+  if (count > few.size()) {
+    many = members->portColl();
+    ports = many.data();
+  } else {
+    std::copy(members->portColl().begin(), members->portColl().end(), few.begin());
+  }
+  for (IntfId const& port : stale) {
+    NOX_TRACE_CHANGE("stale lag member, delete");
+    unprogramEsiHelper(intf, port, vlan);
+  }
+  std::optional<PairTarget> target;
+  for (std::size_t i = 0; i < count; ++i) programEsiPort(intf, ports[i], vlan, label, target);
 }
 
 void EvpnFloodingEsiSm::programEsiHelper(IntfId const& logIntfId, IntfId const& phyIntfId,
                                          VlanId vlan, MplsLabel label) {
+  std::optional<PairTarget> target;
+  programEsiPort(logIntfId, phyIntfId, vlan, label, target);
+}
+
+void EvpnFloodingEsiSm::programEsiPort(IntfId const& logIntfId, IntfId const& phyIntfId,
+                                       VlanId vlan, MplsLabel label,
+                                       std::optional<PairTarget>& target) {
   NOX_TRACE_ENTRY("programEsiHelper logical intf {} phy intf {} vlan {} label {}", logIntfId,
                   phyIntfId, vlan, label);
   VEL_ASSERT(initialized());
   IntfVlanKey const key(logIntfId, vlan);
-  VEL_ASSERT(intfVlanTunnelIteratorConst().isMemberOf( key ));
-  TunnelId const tunnel = intfVlanTunnel(key);
-  std::optional<HwTunnelId> const hwTunnelId = publishedHwTunnelId(tunnel);
-  if (!hwTunnelId) {
+  if (!target) {
+    VEL_ASSERT(intfVlanTunnelIteratorConst().isMemberOf( key ));
+    TunnelId const tunnel = intfVlanTunnel(key);
+    std::optional<HwTunnelId> const hwTunnelId = publishedHwTunnelId(tunnel);
+    target.emplace(PairTarget{tunnel, hwTunnelId, nullptr});
+    if (hwTunnelId) {
+      IntfVlanTunnelKey const labelKey(logIntfId, vlan, tunnel);
+      VEL_ASSERT(intfVlanTunnelLabelColl().isMemberOf( labelKey ));
+      target->status = esiStatusIs(key);
+    }
+  }
+  if (!target->hwTunnelId) {
     // The tunnel waits in unprogrammedTunnel; the review comes back to this pair through it.
     NOX_TRACE_CHANGE("hw tunnel id not published");
     return;
   }
-  IntfVlanTunnelKey const labelKey(logIntfId, vlan, tunnel);
-  VEL_ASSERT(intfVlanTunnelLabelColl().isMemberOf( labelKey ));
-  auto status = esiStatusIs(key);
-  if (status->programmed(phyIntfId)) {
+  if (target->status->programmed(phyIntfId)) {
     NOX_TRACE_CHANGE("already programmed");
     return;
   }
+  // From here on the status notifies or the helper is called: the next port looks up again.
+  Vel::Ptr<IntfVlanStatus> status = std::move(target->status);
+  TunnelId const tunnel = target->tunnel;
+  HwTunnelId const hwTunnelId = *target->hwTunnelId;
+  target.reset();
   status->unprogrammedDel(phyIntfId);
   if (status->unprogrammeds() == 0) unprogrammedEsiDel(key);
 
   HwProgrammingStatus const rc =
-      floodingHelper_->createEsiData(phyIntfId, vlan, tunnel, *hwTunnelId, label);
+      floodingHelper_->createEsiData(phyIntfId, vlan, tunnel, hwTunnelId, label);
   status = esiStatusIs(key);
   switch (rc) {
     case programmed:
@@ -446,23 +482,24 @@ std::optional<HwTunnelId> EvpnFloodingEsiSm::publishedHwTunnelId(TunnelId const&
   return entry->hwTunnelId();
 }
 
-void EvpnFloodingEsiSm::publishTunnel(TunnelId const& tunnelId) {
+bool EvpnFloodingEsiSm::publishTunnel(TunnelId const& tunnelId) {
   NOX_TRACE_ENTRY("publishTunnel tunnel {}", tunnelId);
   VEL_ASSERT(initialized());
   if (publishedHwTunnelId(tunnelId)) {
     NOX_TRACE_CHANGE("already programmed");
-    return;
+    return false;
   }
   HwTunnelId const hwId = floodingHelper_->getHwTunnelId();
   if (hwId == HwTunnelId()) {
     NOX_TRACE_CHANGE("failed to program tunnel");
     unprogrammedTunnelIs(tunnelId, true);
     maybeScheduleUnprogrammedReview(false);
-    return;
+    return true;
   }
   NOX_TRACE_CHANGE("tunnel programmed with hw tunnel id {}", hwId);
   tunnelIdHwTunnelId_->tunnelIdToHwTunnelIdIs(TunnelIdToHwTunnelId(tunnelId, hwId));
   if (unprogrammedTunnelDel(tunnelId)) tunnelsPublishedLate_.push_back(tunnelId);
+  return true;
 }
 
 void EvpnFloodingEsiSm::unpublishTunnel(TunnelId const& tunnelId) {

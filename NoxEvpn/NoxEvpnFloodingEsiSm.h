@@ -105,7 +105,8 @@ class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
   void processIntfVlan(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void decideIntfVlan(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void revisitTunnelsPublishedLate();
-  void addOrUpdateIntfVlanTunnelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
+  // Both return false when nothing was written and no helper was called (nothing notified).
+  bool addOrUpdateIntfVlanTunnelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
                                         TunnelId const& tunnelId);
   void deleteIntfVlanTunnelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void addOrUpdateIntfVlanTunnelLabelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
@@ -118,7 +119,7 @@ class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
   void unprogramEsi(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void unprogramEsiHelper(Gantry::IntfId const& logIntfId, Gantry::IntfId const& phyIntfId,
                           Bridging::VlanId vlan);
-  void publishTunnel(TunnelId const& tunnelId);
+  bool publishTunnel(TunnelId const& tunnelId);
   void unpublishTunnel(TunnelId const& tunnelId);
   void maybeScheduleUnprogrammedReview(bool immediate);
   void doReviewUnprogrammed();
@@ -135,6 +136,18 @@ class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
                     Vel::Ptr<Evpn::EvpnStatus const> const& evpnStatus,
                     Vel::Ptr<TunnelIdToHwTunnelIdMapping> const& tunnelIdHwTunnelId);
 
+  // What programming the ports of one pair needs: its tunnel, the tunnel's hardware id and the
+  // pair's status (only when the id is published). Looked up for the first port and again only
+  // after something that may notify, since a watcher may then have changed any of them.
+  struct PairTarget {
+    TunnelId tunnel;
+    std::optional<HwTunnelId> hwTunnelId;
+    Vel::Ptr<IntfVlanStatus> status;
+  };
+  // programEsiHelper for one port with the pair's target; drops the target when it notified.
+  void programEsiPort(Gantry::IntfId const& logIntfId, Gantry::IntfId const& phyIntfId,
+                      Bridging::VlanId vlan, Gantry::MplsLabel label,
+                      std::optional<PairTarget>& target);
   // The hardware tunnel id published for a tunnel, if any.
   std::optional<HwTunnelId> publishedHwTunnelId(TunnelId const& tunnelId) const;
   // True when the review must stop here; it is then rescheduled after the review interval.
