@@ -655,7 +655,13 @@ void NoxMacAddrFecRequestSm::addFec(Fec const& fec, ObjTuple const& objTuple, Fe
   FecId const fecId = fec.fecId();
   // An equal record changes nothing for the programmer: most re-evaluations (another host on
   // the same tuple) rebuild the FEC as it stands, and are not published again.
-  if (!(fecRequest_->fec(fecId) == fec)) fecRequest_->fecIs(fec);
+  // An absent record reads as the default FEC, as in the table.
+  static Fec const noFec;
+  auto const published = publishedFec_.find(fecId);
+  if (!((published == publishedFec_.end() ? noFec : published->second) == fec)) {
+    publishedFec_.insert_or_assign(fecId, fec);
+    fecRequest_->fecIs(fec);
+  }
   // A tuple found bound to this very FEC id has its binding published already.
   if (bound == FecId() || bound != fecId) {
     ObjTupleAndFecId const binding(objTuple, fecId);
@@ -672,6 +678,7 @@ void NoxMacAddrFecRequestSm::deleteFec(ObjTuple const& objTuple) {
   NOX_TRACE_ENTRY("deleteFec ObjTuple:{}", objTuple);
   if (FecId const fecId = objTupleToFecId(objTuple); fecId != FecId()) {
     fecRequest_->fecDel(fecId);
+    publishedFec_.erase(fecId);
     fecRequest_->objTupleToFecIdDel(objTuple);
     fecCacheDel(fecId);
     objTupleCacheDel(objTuple);

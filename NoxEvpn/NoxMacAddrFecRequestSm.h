@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <unordered_map>
 
 #include "NoxEvpn/NoxEvpn.h"
 #include "platform/cog/NumAllocator.h"
@@ -380,6 +381,12 @@ class NoxMacAddrFecRequestSm : public Vel::PtrInterface, public Vel::Described {
   Cog::NumAllocatorConfig numAllocatorConfig_;
   Vel::Ptr<Cog::NumAllocatorStatus> numAllocatorStatus_;
   uint32_t maxChainLength_ = 2;
+  // The FEC records as this machine last published them (it alone writes FECs under its
+  // adjacency type): a rebuilt FEC is compared here instead of being read back from the table.
+  struct FecIdHasher {
+    std::size_t operator()(FecId const& fecId) const { return fecId.hash(); }
+  };
+  std::unordered_map<FecId, Kelp::Fib::Fec, FecIdHasher> publishedFec_;
   // Works off the start-up backlog, yielding to the scheduler.
   Vel::Ptr<Cog::TimerTask> reviewBacklog_;
   VelReviewBacklog velReviewBacklog_{this};
