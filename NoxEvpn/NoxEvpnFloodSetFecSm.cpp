@@ -100,11 +100,7 @@ EvpnFloodSetFecSm::VelVlanFloodSetHwStatus::VelVlanFloodSetHwStatus(
 
 void EvpnFloodSetFecSm::handleInitialized() {
   NOX_TRACE_ENTRY("handleInitialized");
-  numAllocatorConfig_ = Cog::NumAllocatorConfig(Cog::Range(0, 0xFFFFFFFF), 100);
-  numAllocatorConfig_.expiryTimeIs(10.0);
-  numAllocatorStatus_ = Vel::Ptr<Cog::NumAllocatorStatus>(new Cog::NumAllocatorStatus);
-  numAllocator_ = Vel::Ptr<Cog::NumAllocator>(
-      new Cog::NumAllocator(numAllocatorConfig_, numAllocatorStatus_, timerWheel_));
+  fecNumAllocatorIs(timerWheel_, numAllocatorConfig_, numAllocatorStatus_, numAllocator_);
   hwInfoMapping_->mappingDelAll();
   mplsFloodSetFecRequest_->hwFecIdRequestDelAll();
   initialized_ = true;

@@ -8,6 +8,7 @@
 
 #include "NoxEvpn/NoxMacAddrFecRequestSm.h"
 
+#include <algorithm>
 #include <sstream>
 #include <vector>
 
@@ -110,6 +111,15 @@ NOX_KELP_RECORD(U64, "U64");
 
 }  // namespace
 
+void fecNumAllocatorIs(Vel::Ptr<Cog::TimerWheel> const& timerWheel, Cog::NumAllocatorConfig& config,
+                       Vel::Ptr<Cog::NumAllocatorStatus>& status,
+                       Vel::Ptr<Cog::NumAllocator>& allocator) {
+  config = Cog::NumAllocatorConfig(Cog::Range(0, 0xFFFFFFFF), 100);
+  config.expiryTimeIs(10.0);
+  status = Vel::Ptr<Cog::NumAllocatorStatus>(new Cog::NumAllocatorStatus);
+  allocator = Vel::Ptr<Cog::NumAllocator>(new Cog::NumAllocator(config, status, timerWheel));
+}
+
 Vel::Ptr<FecIdToHwFecIdRequest> fecIdToHwFecIdRequestFactory(Vel::Name name) {
   return Vel::validPtr(Vel::Ptr<FecIdToHwFecIdRequest>(new FecIdToHwFecIdRequest(name)));
 }
@@ -202,11 +212,7 @@ void NoxMacAddrFecRequestSm::maxChainLengthIs(uint32_t n) {
 // backlog under freshly allocated FEC ids.
 void NoxMacAddrFecRequestSm::handleInitialized() {
   NOX_TRACE_ENTRY("handleInitialized");
-  numAllocatorConfig_ = Cog::NumAllocatorConfig(Cog::Range(0, 0xFFFFFFFF), 100);
-  numAllocatorConfig_.expiryTimeIs(10.0);
-  numAllocatorStatus_ = Vel::Ptr<Cog::NumAllocatorStatus>(new Cog::NumAllocatorStatus);
-  numAllocator_ = Vel::Ptr<Cog::NumAllocator>(
-      new Cog::NumAllocator(numAllocatorConfig_, numAllocatorStatus_, timerWheel_));
+  fecNumAllocatorIs(timerWheel_, numAllocatorConfig_, numAllocatorStatus_, numAllocator_);
   initialized_ = true;
   handleL2RibHost();
   handleLabel();
@@ -227,6 +233,11 @@ void NoxMacAddrFecRequestSm::handleInitialized() {
 void NoxMacAddrFecRequestSm::handleL2RibHost() {
   NOX_TRACE_ENTRY("handleL2RibHost");
   if (!initialized()) return;
+  // Room for every host at once, in the queue and in the per-host cache the review fills, so
+  // that neither grows step by step through a start-up of hundreds of thousands of hosts.
+  std::size_t const hosts = l2RibOutput_->hosts();
+  hostBackLogQ_.reserve(hostBackLogQs() + hosts);
+  macVlanToObjTupleCache_.reserve(std::max(macVlanToObjTupleCaches(), hosts));
   for (auto const& entry : l2RibOutput_->hostColl()) hostBackLogQIs(entry.key, true);
 }
 
@@ -295,9 +306,10 @@ void NoxMacAddrFecRequestSm::handleL2RibHost(MacVlanPair const& macVlan) {
   if (!initialized()) return;
   HostAndSource const hostAndSource = l2RibOutput_->host(macVlan);
   bool const deleted = hostAndSource == HostAndSource();
-  updateMapsForHostTableChange(hostAndSource, macVlan);
-  ObjTuple handled;
+  // Read once: re-evaluating the old tuple below does not change the host's cache entry.
   ObjTuple const old = macVlanToObjTupleCache(macVlan);
+  updateMapsForHostTableChange(hostAndSource, macVlan, old);
+  ObjTuple handled;
   if (old != ObjTuple()) {
     maybeUpdateFecRequest(old, false);
     macVlanToObjTupleCacheDel(macVlan);
@@ -320,11 +332,11 @@ void NoxMacAddrFecRequestSm::handleL2RibHost(MacVlanPair const& macVlan) {
 // The old tuple loses the host at once (and is re-evaluated if that was its last one), also
 // when the host still points at it: the count is added back below.
 void NoxMacAddrFecRequestSm::updateMapsForHostTableChange(HostAndSource const& hostAndSource,
-                                                          MacVlanPair const& macVlan) {
+                                                          MacVlanPair const& macVlan,
+                                                          ObjTuple const& oldTuple) {
   NOX_TRACE_ENTRY("updateMapsForHostTableChange MacVlan:{}", macVlan);
   bool const deleted = hostAndSource == HostAndSource();
-  if (auto const old = macVlanToObjTupleCacheColl().find(macVlan)) {
-    ObjTuple const oldTuple = *old;
+  if (oldTuple != ObjTuple()) {
     uint32_t const count = isFirstLevelNextHop(oldTuple);
     if (count == 1) {
       isFirstLevelNextHopDel(oldTuple);
@@ -335,7 +347,11 @@ void NoxMacAddrFecRequestSm::updateMapsForHostTableChange(HostAndSource const& h
   }
   ObjTuple const& now = hostAndSource.host();
   if (deleted || now == ObjTuple()) return;
-  isFirstLevelNextHopIs(now, isFirstLevelNextHop(now) + 1);
+  if (auto count = isFirstLevelNextHopFind(now)) {
+    ++*count;  // in place: the count keeps its place in the collection
+  } else {
+    isFirstLevelNextHopIs(now, 1);
+  }
 }
 
 void NoxMacAddrFecRequestSm::dispatchTuple(ObjTuple const& objTuple) {
@@ -353,7 +369,8 @@ void NoxMacAddrFecRequestSm::handleLabel(LabelId const& labelId) {
   updateMapsForLabelTableChange(label, labelId, objTuple);
   bool const eligible = isFirstLevelNextHop(objTuple) != 0 || maxChainLength() == 3;
   if (eligible && !(existedBefore && deleted)) {
-    addFec(buildFecForLabel(label, labelId, objTuple), objTuple);
+    FecId const bound = objTupleToFecId(objTuple);
+    addFec(buildFecForLabel(label, labelId, objTuple, bound), objTuple, bound);
   } else {
     deleteFec(objTuple);
   }
@@ -392,7 +409,8 @@ void NoxMacAddrFecRequestSm::handleLb(LoadBalanceId const& lbId) {
   updateMapsForLbTableChange(lb, lbId, objTuple);
   bool const eligible = isFirstLevelNextHop(objTuple) != 0 || maxChainLength() == 3;
   if (eligible && !(existedBefore && deleted)) {
-    addFec(buildFecForLb(lb, lbId, objTuple), objTuple);
+    FecId const bound = objTupleToFecId(objTuple);
+    addFec(buildFecForLb(lb, lbId, objTuple, bound), objTuple, bound);
   } else {
     deleteFec(objTuple);
   }
@@ -484,8 +502,7 @@ void NoxMacAddrFecRequestSm::updateMapsForLabelTableChange(Label const& label, L
   NOX_TRACE_ENTRY("updateMapsForLabelTableChange LabelId:{}", labelId);
   std::array<ObjTuple, 1> const children{label.next()};
   updateForwardMap(objTuple, children, label == Label());
-  auto objTupleSetForward = nextHopForwardMap(objTuple);
-  if (objTupleSetForward) {
+  if (auto const objTupleSetForward = nextHopForwardMapColl().find(objTuple)) {
     VEL_ASSERT(objTupleSetForward->objTuples() == 1 || objTupleSetForward->objTuples() == 0);
   }
 }
@@ -514,7 +531,7 @@ struct ReverseMapIter {
 
 void NoxMacAddrFecRequestSm::handleDependants(ObjTuple const& objTuple) {
   NOX_TRACE_ENTRY("handleDependants ObjTuple:{}", objTuple);
-  auto parents = nextHopReverseMap(objTuple);
+  auto const parents = nextHopReverseMapColl().find(objTuple);
   if (!parents) return;
   ReverseMapIter const iter{objTuple};
   // A parent's handler may change the set: walk a copy.
@@ -549,9 +566,10 @@ FecId NoxMacAddrFecRequestSm::idToFecId(int64_t id) const {
   return FecId(fecAdjType, uint64_t(id));
 }
 
-// A tuple keeps its FEC id for as long as it keeps its FEC.
-FecId NoxMacAddrFecRequestSm::getFecId(ObjTuple const& objTuple) {
-  if (FecId const bound = objTupleToFecId(objTuple); bound != FecId()) return bound;
+// A tuple keeps its FEC id for as long as it keeps its FEC. `bound` is the tuple's FEC id as the
+// caller read it (the default when none).
+FecId NoxMacAddrFecRequestSm::getFecId(FecId bound) {
+  if (bound != FecId()) return bound;
   int64_t const number = numAllocator_->getNumber();
   if (number == numAllocator_->invalidNumber()) return FecId();
   return idToFecId(number);
@@ -577,9 +595,9 @@ Via NoxMacAddrFecRequestSm::viaToLabelFlattened(ObjTuple const& labelTuple) cons
 }
 
 Fec NoxMacAddrFecRequestSm::buildFecForLb(LoadBalance const& lb, LoadBalanceId lbId,
-                                          ObjTuple const& objTuple) {
+                                          ObjTuple const&, FecId bound) {
   NOX_TRACE_ENTRY("buildFecForLb LbId:{}", lbId);
-  Fec fec(getFecId(objTuple));
+  Fec fec(getFecId(bound));
   for (ObjTuple const* iter = lb.begin(); iter != lb.end(); ++iter) {
     VEL_ASSERT(iter->tableType() != L2Rib::tableTypeLoadBalance_);
     if (iter->tableType() == L2Rib::tableTypeDest_) {
@@ -601,9 +619,9 @@ Fec NoxMacAddrFecRequestSm::buildFecForLb(LoadBalance const& lb, LoadBalanceId l
 }
 
 Fec NoxMacAddrFecRequestSm::buildFecForLabel(Label const& label, LabelId labelId,
-                                             ObjTuple const& objTuple) {
+                                             ObjTuple const&, FecId bound) {
   NOX_TRACE_ENTRY("buildFecForLabel LabelId:{}", labelId);
-  Fec fec(getFecId(objTuple));
+  Fec fec(getFecId(bound));
   VEL_ASSERT(label.next().tableType() != L2Rib::tableTypeLabel_);
   ObjTuple const& next = label.next();
   if (next.tableType() == L2Rib::tableTypeDest_) {
@@ -632,24 +650,35 @@ Fec NoxMacAddrFecRequestSm::buildFecForLabel(Label const& label, LabelId labelId
   return fec;
 }
 
-void NoxMacAddrFecRequestSm::addFec(Fec const& fec, ObjTuple const& objTuple) {
+void NoxMacAddrFecRequestSm::addFec(Fec const& fec, ObjTuple const& objTuple, FecId bound) {
   NOX_TRACE_ENTRY("addFec ObjTuple:{} Fec{}", objTuple, fec);
+  FecId const fecId = fec.fecId();
   // An equal record changes nothing for the programmer: most re-evaluations (another host on
   // the same tuple) rebuild the FEC as it stands, and are not published again.
-  if (!(fecRequest_->fec(fec.fecId()) == fec)) fecRequest_->fecIs(fec);
-  ObjTupleAndFecId const binding(objTuple, fec.fecId());
-  if (!(fecRequest_->objTupleToFecId(objTuple) == binding)) {
-    fecRequest_->objTupleToFecIdIs(binding);
+  // An absent record reads as the default FEC, as in the table.
+  static Fec const noFec;
+  auto const published = publishedFec_.find(fecId);
+  if (!((published == publishedFec_.end() ? noFec : published->second) == fec)) {
+    publishedFec_.insert_or_assign(fecId, fec);
+    fecRequest_->fecIs(fec);
   }
-  fecCacheIs(fec.fecId(), true);
+  // A tuple found bound to this very FEC id has its binding published already.
+  if (bound == FecId() || bound != fecId) {
+    ObjTupleAndFecId const binding(objTuple, fecId);
+    if (!(fecRequest_->objTupleToFecId(objTuple) == binding)) {
+      fecRequest_->objTupleToFecIdIs(binding);
+    }
+  }
+  fecCacheIs(fecId, true);
   objTupleCacheIs(objTuple, true);
-  maybeUpdateFecRequest(objTuple, false);
+  maybeUpdateFecRequest(objTuple, false, &fecId);
 }
 
 void NoxMacAddrFecRequestSm::deleteFec(ObjTuple const& objTuple) {
   NOX_TRACE_ENTRY("deleteFec ObjTuple:{}", objTuple);
   if (FecId const fecId = objTupleToFecId(objTuple); fecId != FecId()) {
     fecRequest_->fecDel(fecId);
+    publishedFec_.erase(fecId);
     fecRequest_->objTupleToFecIdDel(objTuple);
     fecCacheDel(fecId);
     objTupleCacheDel(objTuple);
@@ -660,10 +689,11 @@ void NoxMacAddrFecRequestSm::deleteFec(ObjTuple const& objTuple) {
 }
 
 // A hardware id is wanted exactly for the tuples that have a FEC and that a host uses directly.
-void NoxMacAddrFecRequestSm::maybeUpdateFecRequest(ObjTuple const& objTuple, bool isDelete) {
+void NoxMacAddrFecRequestSm::maybeUpdateFecRequest(ObjTuple const& objTuple, bool isDelete,
+                                                   FecId const* bound) {
   NOX_TRACE_ENTRY("maybeUpdateFecRequest ObjTuple:{} isDelete:{}", objTuple, isDelete ? 1 : 0);
   if (!isDelete && isFirstLevelNextHop(objTuple) != 0) {
-    if (FecId const fecId = objTupleToFecId(objTuple); fecId != FecId()) {
+    if (FecId const fecId = bound ? *bound : objTupleToFecId(objTuple); fecId != FecId()) {
       return makeFecRequest(objTuple, fecId);
     }
   }
@@ -671,9 +701,14 @@ void NoxMacAddrFecRequestSm::maybeUpdateFecRequest(ObjTuple const& objTuple, boo
 }
 
 void NoxMacAddrFecRequestSm::makeFecRequest(ObjTuple const& objTuple, FecId fecId) {
-  fecRequestReverseMapIs(fecId, objTuple);
-  if (!fecRequest_->hwFecIdRequestIsMemberOf(fecId)) fecRequest_->hwFecIdRequestIs(fecId);
-  fecRequestCacheIs(objTuple, fecId);
+  // The tuple's request under this FEC id stands already: both maps and the published request
+  // are made and withdrawn together, so there is nothing to write again.
+  auto const cached = fecRequestCacheColl().find(objTuple);
+  if (!cached || *cached != fecId) {
+    fecRequestReverseMapIs(fecId, objTuple);
+    if (!fecRequest_->hwFecIdRequestIsMemberOf(fecId)) fecRequest_->hwFecIdRequestIs(fecId);
+    fecRequestCacheIs(objTuple, fecId);
+  }
   NOX_TRACE_CHANGE("Making Fec request:{}", fecId);
 }
 

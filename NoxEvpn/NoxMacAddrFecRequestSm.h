@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <unordered_map>
 
 #include "NoxEvpn/NoxEvpn.h"
 #include "platform/cog/NumAllocator.h"
@@ -149,6 +150,14 @@ class ObjTupleToHwId : public VelKelp::TableEntity {
   VELKELP_COLLECTION(hwId, HwId, ObjTuple, uint64_t)
 };
 
+// The FEC-number allocator every FEC machine starts with: the whole 32-bit range, up to 100
+// released numbers taken back per allocation, and 10 s of quarantine before a released number
+// is handed out again. Made in this order: config, status, then the allocator on the wheel's
+// clock.
+void fecNumAllocatorIs(Vel::Ptr<Cog::TimerWheel> const& timerWheel, Cog::NumAllocatorConfig& config,
+                       Vel::Ptr<Cog::NumAllocatorStatus>& status,
+                       Vel::Ptr<Cog::NumAllocator>& allocator);
+
 Vel::Ptr<FecIdToHwFecIdRequest> fecIdToHwFecIdRequestFactory(Vel::Name name);
 Vel::Ptr<FecIdToHwFecIdResponse> fecIdToHwFecIdResponseFactory(Vel::Name name);
 Vel::Ptr<ObjTupleToHwId> objTupleToHwIdFactory(Vel::Name name);
@@ -269,8 +278,9 @@ class NoxMacAddrFecRequestSm : public Vel::PtrInterface, public Vel::Described {
                          Vel::Ptr<Cog::TimerWheel> const& timerWheel,
                          Vel::Ptr<Cog::TaskScheduler> const& scheduler);
 
+  // `oldTuple`: the host's tuple in macVlanToObjTupleCache (the default when none).
   void updateMapsForHostTableChange(L2Rib::HostAndSource const& hostAndSource,
-                                    MacVlanPair const& macVlan);
+                                    MacVlanPair const& macVlan, ObjTuple const& oldTuple);
   void updateMapsForLabelTableChange(L2Rib::Label const& label, LabelId labelId,
                                      ObjTuple const& objTuple);
   void updateMapsForLbTableChange(L2Rib::LoadBalance const& lb, LoadBalanceId lbId,
@@ -282,18 +292,21 @@ class NoxMacAddrFecRequestSm : public Vel::PtrInterface, public Vel::Described {
   bool sameChildren(ObjTuple const& objTuple, Children const& children) const;
   template <class Children>
   void updateForwardMap(ObjTuple const& objTuple, Children const& children, bool deleted);
-  FecId getFecId(ObjTuple const& objTuple);
+  // The tuple's FEC id: `bound`, as the caller read it from objTupleToFecId, or a new one.
+  FecId getFecId(FecId bound);
   FecId idToFecId(int64_t id) const;
   Kelp::Fib::Fec buildFecForLb(L2Rib::LoadBalance const& lb, LoadBalanceId lbId,
-                               ObjTuple const& objTuple);
+                               ObjTuple const& objTuple, FecId bound);
   Kelp::Fib::Fec buildFecForLabel(L2Rib::Label const& label, LabelId labelId,
-                                  ObjTuple const& objTuple);
+                                  ObjTuple const& objTuple, FecId bound);
   Kelp::Fib::Via viaToLabelFlattened(ObjTuple const& labelTuple) const;
   Tunnel::TunnelTable::TunnelId tunnelIdOf(L2Rib::Dest const& dest) const;
-  void addFec(Kelp::Fib::Fec const& fec, ObjTuple const& objTuple);
+  void addFec(Kelp::Fib::Fec const& fec, ObjTuple const& objTuple, FecId bound);
   void deleteFec(ObjTuple const& objTuple);
   void handleDependants(ObjTuple const& objTuple);
-  void maybeUpdateFecRequest(ObjTuple const& objTuple, bool isDelete);
+  // `bound`, when given, is the tuple's FEC id as just published (saves reading it back).
+  void maybeUpdateFecRequest(ObjTuple const& objTuple, bool isDelete,
+                             FecId const* bound = nullptr);
   void makeFecRequest(ObjTuple const& objTuple, FecId fecId);
   void deleteFecRequest(ObjTuple const& objTuple);
   // Re-evaluates a label or load-balance tuple.
@@ -364,6 +377,12 @@ class NoxMacAddrFecRequestSm : public Vel::PtrInterface, public Vel::Described {
   Cog::NumAllocatorConfig numAllocatorConfig_;
   Vel::Ptr<Cog::NumAllocatorStatus> numAllocatorStatus_;
   uint32_t maxChainLength_ = 2;
+  // The FEC records as this machine last published them (it alone writes FECs under its
+  // adjacency type): a rebuilt FEC is compared here instead of being read back from the table.
+  struct FecIdHasher {
+    std::size_t operator()(FecId const& fecId) const { return fecId.hash(); }
+  };
+  std::unordered_map<FecId, Kelp::Fib::Fec, FecIdHasher> publishedFec_;
   // Works off the start-up backlog, yielding to the scheduler.
   Vel::Ptr<Cog::TimerTask> reviewBacklog_;
   VelReviewBacklog velReviewBacklog_{this};
