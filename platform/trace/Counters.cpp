@@ -60,4 +60,27 @@ void countersReset() {
   for (auto const& [_, c] : r.counters_) c->valueIs(0);
 }
 
+std::string metricName(std::string_view name) {
+  std::string out;
+  out.reserve(name.size() + 1);
+  for (char const c : name) {
+    bool const allowed = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                         (c >= '0' && c <= '9') || c == '_' || c == ':';
+    out += allowed ? c : '_';
+  }
+  if (out.empty() || (out[0] >= '0' && out[0] <= '9')) out.insert(out.begin(), '_');
+  return out;
+}
+
+std::string countersExposition(std::string_view prefix) {
+  std::string out;
+  for (auto const& [name, value] : counters()) {
+    std::string const metric = metricName(std::string(prefix) + name) + "_total";
+    out += "# HELP " + metric + " events counted by the counter " + metricName(name) + "\n";
+    out += "# TYPE " + metric + " counter\n";
+    out += metric + ' ' + std::to_string(value) + '\n';
+  }
+  return out;
+}
+
 }  // namespace Trace

@@ -42,4 +42,10 @@ std::vector<std::pair<std::string, std::uint64_t>> counters();
 // Sets every counter to 0; registrations and pointers stay.
 void countersReset();
 
+// Every registered counter in the Prometheus text exposition format, one sample each, named
+// PREFIX + the counter's name (characters a metric name cannot hold become '_') + "_total".
+std::string countersExposition(std::string_view prefix = "nox_");
+// `name` as a Prometheus metric name: [a-zA-Z_:][a-zA-Z0-9_:]*.
+std::string metricName(std::string_view name);
+
 }  // namespace Trace

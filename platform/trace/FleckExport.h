@@ -16,7 +16,4 @@ namespace Fleck {
 std::string traceEventJson(Decoded const& decoded);
 std::string jsonLines(Decoded const& decoded);
 
-// Appends `text` as a JSON string, quotes included; bytes that are not valid UTF-8 become U+FFFD.
-void appendJsonString(std::string& out, std::string_view text);
-
 }  // namespace Fleck

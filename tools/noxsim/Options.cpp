@@ -11,8 +11,8 @@
 namespace Noxsim {
 
 std::string usage() {
-  return "usage: noxsim [--trace LEVEL] [--shm PREFIX [--shm-group] [--keep-shm]] [--quiet] "
-         "FILE...\n"
+  return "usage: noxsim [--trace LEVEL] [--shm PREFIX [--shm-group] [--keep-shm]] "
+         "[--metrics FILE] [--quiet] FILE...\n"
          "Runs noxsim scenario files ('-' reads standard input) against the library's machines.\n"
          "  --trace LEVEL  print library traces up to LEVEL (0-9, or off) to standard error\n"
          "  --quiet        print no `show` output (checks still run)\n"
@@ -20,6 +20,8 @@ std::string usage() {
          "                 (PREFIX: letters, digits, '.', '_', '-'), readable with kelpcat\n"
          "  --shm-group    let the owner's group read the published tables (default: owner only)\n"
          "  --keep-shm     leave the published tables behind when stopped by SIGINT or SIGTERM\n"
+         "  --metrics FILE write the counters to FILE at the end of the run, in the Prometheus\n"
+         "                 text format (FILE is created owner-only; a symbolic link is refused)\n"
          "  --help         print this and exit\n"
          "Exit status: 0 every expect held, 1 an expect or the run failed, 2 a malformed\n"
          "scenario or command line, 134 a library assertion.\n";
@@ -44,6 +46,9 @@ Options parseOptions(int argc, char const* const* argv, std::string& error) {
       auto const level = parseTraceLevel(argv[++i]);
       if (!level) error = cat("--trace: bad level '", argv[i], "' (0-9 or off)");
       options.traceLevel = level.value_or(-1);
+    } else if (arg == "--metrics" && hasValue) {
+      options.metricsFile = argv[++i];
+      if (options.metricsFile.empty()) error = "--metrics: empty file name";
     } else if (arg == "--shm" && hasValue) {
       options.shmPrefix = argv[++i];
       if (!Kelp::validTableName(options.shmPrefix)) {

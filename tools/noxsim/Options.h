@@ -1,7 +1,8 @@
 #pragma once
 
 // noxsim's command line:
-//   noxsim [--trace LEVEL] [--shm PREFIX [--shm-group] [--keep-shm]] [--quiet] FILE...
+//   noxsim [--trace LEVEL] [--shm PREFIX [--shm-group] [--keep-shm]] [--metrics FILE] [--quiet]
+//          FILE...
 //   noxsim --help
 // ('-' reads standard input).
 
@@ -17,6 +18,7 @@ struct Options {
   bool shmGroup = false;  // let the owner's group read the published tables
   bool keepShm = false;   // leave the published tables behind when stopped by a signal
   bool help = false;      // print the usage and stop
+  std::string metricsFile;  // where the counters go, in the Prometheus text format, at the end
   std::vector<std::string> files;
 };
 

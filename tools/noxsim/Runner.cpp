@@ -3,16 +3,21 @@
 #include "tools/noxsim/Runner.h"
 
 #include <signal.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <ostream>
 
 #include "platform/kelp/Segment.h"
 #include "platform/kelp/VelKelp.h"
+#include "platform/trace/Counters.h"
 #include "platform/trace/Facility.h"
 #include "platform/trace/Fleck.h"
+#include "platform/trace/PrivateFile.h"
 #include "platform/trace/Sink.h"
 #include "platform/vel/Exception.h"
 #include "tools/noxsim/Options.h"
@@ -106,6 +111,31 @@ int runScript(Script const& script, Sim& sim) {
   return exitOk;
 }
 
+namespace {
+
+// The counters as a scrape would see them, into a file of ours (see Trace::openPrivateFile).
+bool writeMetrics(std::string const& path, std::ostream& err) {
+  std::string const text = Trace::countersExposition();
+  try {
+    int const fd = Trace::openPrivateFile(path);
+    bool ok = ::ftruncate(fd, 0) == 0;
+    for (std::size_t done = 0; ok && done < text.size();) {
+      ssize_t const n = ::write(fd, text.data() + done, text.size() - done);
+      if (n < 0 && errno == EINTR) continue;
+      ok = n > 0;
+      if (ok) done += static_cast<std::size_t>(n);
+    }
+    ok = ::close(fd) == 0 && ok;
+    if (!ok) err << "noxsim: --metrics: cannot write " << path << ": " << std::strerror(errno) << '\n';
+    return ok;
+  } catch (Vel::RangeException const& e) {
+    err << "noxsim: --metrics: " << e.what() << '\n';
+    return false;
+  }
+}
+
+}  // namespace
+
 int runMain(int argc, char const* const* argv, std::istream& in, std::ostream& out,
             std::ostream& err) {
   std::string error;
@@ -146,7 +176,11 @@ int runMain(int argc, char const* const* argv, std::istream& in, std::ostream& o
     return exitFailed;
   }
   sim->traceTap().printLevelIs(options.traceLevel);
-  int const status = runScript(script, *sim);
+  int status = runScript(script, *sim);
+  if (!options.metricsFile.empty() && !writeMetrics(options.metricsFile, err) &&
+      status == exitOk) {
+    status = exitFailed;
+  }
   out.flush();
   return status;
 }

@@ -4,6 +4,7 @@
 #include <typeinfo>
 
 #include "tests/platform/kelp/KelpTestSupport.h"
+#include "tests/platform/trace/MiniJson.h"
 
 #ifdef KELPCAT_PATH
 
@@ -72,6 +73,33 @@ TEST_F(KelpcatTool, FollowPrintsEachChangeUntilItsCount) {
   numbers->safeRemove(1);
   EXPECT_EQ(cat.receive(), "1 deleted");
   EXPECT_EQ(cat.wait(), 0);
+}
+
+// Scripts and scrapers read the same facts as people: every JSON line parses, and the
+// exposition has one sample per table and family.
+TEST_F(KelpcatTool, JsonAndMetricsCarryTheTablesState) {
+  auto numbers = NumberTable::writerNew(table("numbers"));
+  for (std::uint64_t k : {256, 2}) numbers->safeWrite(k, k * 10);
+  numbers->readyIs(true);
+  auto const [dumpStatus, dump] = run({"--format", "json", table("numbers")});
+  EXPECT_EQ(dumpStatus, 0);
+  EXPECT_EQ(dump, "{\"key\":\"2\",\"value\":\"20\"}\n{\"key\":\"256\",\"value\":\"2560\"}\n");
+  auto const [listStatus, list] = run({"--format", "json", "--list", prefix_});
+  EXPECT_EQ(listStatus, 0);
+  auto const listed = TraceTest::parseJson(list);
+  EXPECT_EQ(listed.at("table").string, table("numbers"));
+  EXPECT_EQ(listed.at("count").number, 2);
+  EXPECT_TRUE(listed.at("ready").boolean);
+  EXPECT_EQ(listed.at("writer_pid").number, double(getpid()));
+
+  auto const [metricsStatus, metrics] = run({"--metrics", prefix_});
+  EXPECT_EQ(metricsStatus, 0);
+  std::string const label = "{table=\"" + table("numbers") + "\"} ";
+  EXPECT_THAT(metrics, HasSubstr("# TYPE kelp_table_entries gauge\nkelp_table_entries" + label + "2\n"));
+  EXPECT_THAT(metrics, HasSubstr("kelp_table_ready" + label + "1\n"));
+  EXPECT_THAT(metrics, HasSubstr("kelp_table_writer_alive" + label + "1\n"));
+  EXPECT_THAT(metrics, HasSubstr("kelp_table_unreadable" + label + "0\n"));
+  EXPECT_EQ(run({"--format", "yaml", table("numbers")}).first, 2);
 }
 
 TEST_F(KelpcatTool, BadArgumentsExitWithTwoAndBadTablesWithOneSayingWhy) {
