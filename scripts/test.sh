@@ -7,3 +7,5 @@ scripts/deps.sh
 cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset"
 ctest --preset "$preset"
+# The release build is also installed and used from a project of its own.
+if [ "$preset" = default ]; then scripts/consumer.sh "$preset"; fi

@@ -61,7 +61,7 @@ void BM_TimerReschedulePending(benchmark::State& state) {
   auto const delays = randomDelays(1 << 16, 3600.0, 3);
   std::mt19937 rng(4);
   std::vector<std::uint32_t> picks(1 << 16);
-  for (auto& p : picks) p = rng() % pendingTimers;
+  for (auto& p : picks) p = static_cast<std::uint32_t>(rng() % pendingTimers);
   std::size_t i = 0;
   for (auto _ : state) {
     loaded.tasks[picks[i % picks.size()]]->scheduleTaskDelay(delays[i % delays.size()]);
@@ -106,7 +106,7 @@ struct LoadedAllocator {
 std::vector<std::uint32_t> randomPicks(std::uint32_t bound) {
   std::mt19937 rng(5);
   std::vector<std::uint32_t> picks(1 << 16);
-  for (auto& p : picks) p = rng() % bound;
+  for (auto& p : picks) p = static_cast<std::uint32_t>(rng() % bound);
   return picks;
 }
 

@@ -65,10 +65,11 @@ class FleckBuffer : public ::testing::Test {
 TEST_F(FleckBuffer, RecordsRoundTripThroughFleckcatWithTheirTexts) {
   std::time_t const before = std::time(nullptr);
   std::string const dest = "mpls/3/Tunnel5/1000";
+  char const* const none = nullptr;
   int const line = __LINE__ + 1;
   NOX_TRACE(1, "     adding dest {}", dest);
   NOX_TRACE(1, "{} {} {} {} {}", -5, 18446744073709551615ull, false, 2.5, 'x');
-  NOX_TRACE(1, "  {} {} {{}} {}", Tunnel{7}, std::string_view("view"), (char const*)nullptr);
+  NOX_TRACE(1, "  {} {} {{}} {}", Tunnel{7}, std::string_view("view"), none);
   NOX_TRACE(1, "handleInitialized ");
   NOX_TRACE(8, "level {}", 8);
   Fleck::close();

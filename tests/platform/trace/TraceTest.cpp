@@ -161,7 +161,8 @@ TEST_F(TextTrace, PlaceholdersTakeEachArgumentsStreamedTextInOrder) {
   Trace::levelIs("TraceTest", 1);
   char const* none = nullptr;
   std::string const text = "str";
-  NOX_TRACE(1, "{} {} {} {} {} {}", -5, 18446744073709551615ull, true, 2.5, 'x', (unsigned char)65);
+  unsigned char const letter = 65;
+  NOX_TRACE(1, "{} {} {} {} {} {}", -5, 18446744073709551615ull, true, 2.5, 'x', letter);
   NOX_TRACE(1, "{}|{}|{}|{}", text, std::string_view("view"), none, Point{1, -2});
   NOX_TRACE(1, "{{literal}} {}{}", 1, 2);
   NOX_TRACE(1, "{} {}", 1.0 / 3, short(-7));
