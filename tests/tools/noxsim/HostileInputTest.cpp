@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <chrono>
 #include <cstdlib>
 #include <sstream>
@@ -73,6 +74,35 @@ TEST(HostileInput, TablesThatCannotBePublishedStopTheRunWithAMessage) {
   EXPECT_EQ(second.status, exitFailed);
   EXPECT_THAT(second.err, HasSubstr("noxsim: Kelp table " + prefix));
   EXPECT_THAT(second.err, HasSubstr("live writer"));
+}
+
+// The counters file is written whole at the end of the run, and a link planted under its name
+// is refused rather than followed.
+TEST(HostileInput, MetricsGoToAFileOfOursAndNeverThroughALink) {
+  std::string dir = std::string(std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp") +
+                    "/noxsim-metrics-XXXXXX";
+  ASSERT_NE(::mkdtemp(dir.data()), nullptr);
+  std::string const file = dir + "/nox.prom";
+  Outcome const written = run("start\n", {"--metrics", file.c_str()});
+  EXPECT_EQ(written.status, exitOk) << written.err;
+  std::ifstream in(file);
+  std::string const text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_THAT(text, HasSubstr("# TYPE nox_tunnelIdToHwTunnelIdIs_total counter\n"
+                              "nox_tunnelIdToHwTunnelIdIs_total "));
+
+  std::string const target = dir + "/target";
+  std::string const link = dir + "/link.prom";
+  { std::ofstream(target) << "keep"; }
+  ASSERT_EQ(::symlink(target.c_str(), link.c_str()), 0);
+  Outcome const refused = run("start\n", {"--metrics", link.c_str()});
+  EXPECT_EQ(refused.status, exitFailed);
+  EXPECT_THAT(refused.err, HasSubstr("--metrics"));
+  std::ifstream kept(target);
+  std::string keptText;
+  kept >> keptText;
+  EXPECT_EQ(keptText, "keep");
+  for (auto const& f : {file, target, link}) ::unlink(f.c_str());
+  ::rmdir(dir.c_str());
 }
 
 // Runs a published scenario in a child until its tables exist, stops it with SIGTERM, and
