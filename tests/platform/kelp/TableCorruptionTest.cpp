@@ -113,6 +113,17 @@ TEST_F(Corruption, EachKindOfDamageIsRaisedByTheReaderOperationThatMeetsItNaming
   }
 }
 
+TEST_F(Corruption, LogEntryOfALaterLapThanTheHeadDoesNotMakeTheReaderRescanForEver) {
+  openTable("numbers");
+  Kelp::RecordReader reader(table("numbers"));
+  Injector injector(table("numbers"));
+  Word const head = injector.header().logHead;
+  injector.logEntry(head)[Layout::logSeqWord] =
+      2 * (head + injector.header().geometry.logCapacity) + 2;
+  EXPECT_EQ(reader.poll([](Kelp::RecordReader::Event const&) {}), 0u);
+  EXPECT_EQ(reader.count(), 2u);
+}
+
 TEST_F(Corruption, WriterPidThatIsNoProcessIdIsNotALiveWriter) {
   openTable("numbers");
   // As a pid_t these are -1 and a negative process group, both of which kill() accepts.
