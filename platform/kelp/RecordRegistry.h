@@ -43,9 +43,17 @@ void registerRecordType(std::string name, std::function<std::string(T const&)> t
   codec.typeName = std::move(name);
   codec.bytes = sizeof(T);
   codec.toText = [f = std::move(toText)](void const* p) {
-    T v;
-    std::memcpy(static_cast<void*>(&v), p, sizeof v);
-    return f(v);
+    if constexpr (std::is_same_v<T, bool>) {
+      // A byte other than 0 or 1 (a damaged segment) is no bool: loading it as one is undefined.
+      unsigned char byte = 0;
+      std::memcpy(&byte, p, 1);
+      if (byte > 1) return hexText(p, 1);
+      return f(byte == 1);
+    } else {
+      T v;
+      std::memcpy(static_cast<void*>(&v), p, sizeof v);
+      return f(v);
+    }
   };
   if constexpr (requires(T const& a, T const& b) { a < b; }) {
     codec.less = [](void const* a, void const* b) {

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <limits>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -62,7 +63,9 @@ bool casWord(Word& w, Word expected, Word desired) {
 }  // namespace
 
 bool processAlive(std::int64_t pid) {
-  if (pid <= 0) return false;
+  // A number that is no process id (a damaged writer pid) must not reach kill() as a negative
+  // pid_t, which would probe a whole process group, or every process for -1.
+  if (pid <= 0 || pid > std::numeric_limits<pid_t>::max()) return false;
   if (pid == ::getpid()) return true;
   return ::kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM;
 }
@@ -174,8 +177,10 @@ bool TableCore::attachSegment(Segment&& segment, bool waitForWriter) {
   if (shape_.keyBytes == 0) {
     shape_ = RecordShape{g.keyBytes, g.valueBytes, typeNameOf(g.keyType), typeNameOf(g.valueType)};
   }
-  changeKey_.assign(keyWords_, 0);
+  // The capacity is checked against the file before anything is sized by the geometry, so that
+  // a damaged header cannot make the reader allocate more than the file holds.
   mapCapacity(load(header_->slotCapacity, memory_order_acquire));
+  changeKey_.assign(keyWords_, 0);
   segment_.mapRegistry();
   if (wantRegistry_) registerReader();
   cursor_ = load(header_->logHead, memory_order_acquire);
@@ -231,10 +236,15 @@ void TableCore::ensureMapped(Slot slot) {
 }
 
 void TableCore::mapCapacity(Word capacity) {
-  std::size_t const bytes = slotsOffset_ + capacity * slotWords_ * sizeof(Word);
-  if (capacity == 0 || capacity > 0x80000000ULL || bytes > segment_.fileBytes()) {
+  // Divided rather than multiplied: a damaged geometry (slots of 2^29 words, an offset past 2^63)
+  // would wrap the product round to a size that seems to fit.
+  std::size_t const fileBytes = segment_.fileBytes();
+  std::size_t const slotBytes = slotWords_ * sizeof(Word);
+  if (capacity == 0 || capacity > 0x80000000ULL || slotsOffset_ > fileBytes ||
+      capacity > (fileBytes - slotsOffset_) / slotBytes) {
     corrupt("slot capacity " + std::to_string(capacity) + " does not fit the segment");
   }
+  std::size_t const bytes = slotsOffset_ + capacity * slotBytes;
   segment_.map(bytes);
   bindPointers();
   capacity_ = static_cast<Slot>(capacity);

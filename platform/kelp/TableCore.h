@@ -125,6 +125,8 @@ class TableCore {
   Word* slotAt(Slot slot) const { return slots_ + std::size_t{slot} * slotWords_; }
   Word* logAt(Word position) const { return log_ + (position & logMask_) * logWords_; }
   Slot beginScan();
+  // Whether the log entry carrying sequence `seq` lies before the writer's published head.
+  bool behindHead(Word seq) const;
   void checkWritable(Slot slot, Word expectedState) const;
   Layout::ReaderRegistry* registry() const;
   Layout::ReaderRegistry const* registryView() const;

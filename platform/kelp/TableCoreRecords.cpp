@@ -142,6 +142,15 @@ bool TableCore::waitForChange(std::chrono::nanoseconds timeout,
   }
 }
 
+bool TableCore::behindHead(Word seq) const {
+  // An overrun makes the reader rescan and start again from the head; an entry that claims a
+  // position the head has not passed would make it do so for ever. A writer publishes the head
+  // right after each entry, so such an entry is the head's to catch up with (taken as nothing
+  // new until it has), or damage that never goes away (then nothing is ever new).
+  Word const entryPosition = (seq - 1) / 2;
+  return entryPosition < load(header_->logHead, memory_order_acquire);
+}
+
 TableCore::Next TableCore::nextChange(Change* change) {
   if (!logCapacity_) return Next::none;
   checkMagic();
@@ -157,7 +166,7 @@ TableCore::Next TableCore::nextChange(Change* change) {
   if (!stable) {
     Word const now = load(e[Layout::logSeqWord], memory_order_acquire);
     // Odd: the writer is writing this entry now, or overwriting it with a later one.
-    return now <= ready ? Next::none : Next::overrun;
+    return now <= ready || !behindHead(now) ? Next::none : Next::overrun;
   }
   if (seq < ready) {
     bool const older = seq == 0 || ((seq - 2) / 2 & logMask_) == (position & logMask_);
@@ -168,7 +177,7 @@ TableCore::Next TableCore::nextChange(Change* change) {
     if (((seq - 2) / 2 & logMask_) != (position & logMask_)) {
       corrupt("log entry " + std::to_string(position & logMask_) + " out of place");
     }
-    return Next::overrun;
+    return behindHead(seq) ? Next::overrun : Next::none;
   }
   auto const op = static_cast<std::uint32_t>(opWord >> 32);
   auto const slot = static_cast<Slot>(opWord & 0xFFFFFFFFULL);

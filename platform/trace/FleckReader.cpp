@@ -200,15 +200,23 @@ class Decoder {
   // long enough since for a better one.
   double calibratedHz(BlockHeader const& newest) const {
     if (h_.clockKind == 0) return 1e9;
-    double const ns = double(newest.monotonicNs - h_.anchorMonotonicNs);
+    double const ns = double(newest.monotonicNs) - double(h_.anchorMonotonicNs);
     double const ticks = double(newest.ticks) - double(h_.anchorTicks);
     return ns >= 1e9 && ticks > 0 ? ticks * 1e9 / ns : double(h_.tickHz);
   }
 
+  // The clock fields come from the file: damaged ones give a meaningless time, never an
+  // overflow. The offset is clamped to what a signed 64-bit count holds (a NaN counts as none),
+  // and the sums are taken modulo 2^64.
   std::int64_t wallNs(BlockHeader const& b, std::uint64_t ticks) const {
     double const sinceBlock = (double(ticks) - double(b.ticks)) * 1e9 / tickHz_;
-    std::int64_t const monotonic = b.monotonicNs + static_cast<std::int64_t>(sinceBlock);
-    return h_.anchorWallNs + (monotonic - h_.anchorMonotonicNs);
+    constexpr double limit = 9.2e18;
+    std::int64_t const offset =
+        sinceBlock == sinceBlock ? static_cast<std::int64_t>(std::clamp(sinceBlock, -limit, limit))
+                                 : 0;
+    return static_cast<std::int64_t>(std::uint64_t(b.monotonicNs) + std::uint64_t(offset) -
+                                     std::uint64_t(h_.anchorMonotonicNs) +
+                                     std::uint64_t(h_.anchorWallNs));
   }
 
   void readBlock(BlockInfo const& block, std::vector<Pending>& stream) {

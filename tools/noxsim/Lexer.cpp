@@ -76,6 +76,15 @@ std::optional<L2Rib::Dest> parseDest(std::string_view text) {
   return L2Rib::Dest::fromString(text);
 }
 
+std::optional<Kelp::Fib::FecId> parseFecId(std::string_view text) {
+  auto const colon = text.find(':');
+  if (colon == std::string_view::npos) return std::nullopt;
+  auto const adj = parseUnsigned(text.substr(0, colon), 255);
+  auto const number = parseUnsigned(text.substr(colon + 1), Kelp::Fib::FecId::maxNumber);
+  if (!adj || !number) return std::nullopt;
+  return Kelp::Fib::FecId(uint8_t(*adj), *number);
+}
+
 std::optional<bool> parseBool(std::string_view text) {
   if (text == "true") return true;
   if (text == "false") return false;

@@ -15,6 +15,7 @@
 #include "NoxEvpn/NoxEvpn.h"
 #include "NoxEvpn/NoxEvpnVlanFloodSet.h"
 #include "platform/types/Bridging/Bridging.h"
+#include "platform/types/Fib/Fib.h"
 #include "platform/types/Gantry/Gantry.h"
 #include "platform/types/L2Rib/L2Rib.h"
 
@@ -36,6 +37,8 @@ std::optional<Gantry::IntfId> parseIntf(std::string_view text);
 // 0..1048575, or `none` for the no-label value.
 std::optional<Gantry::MplsLabel> parseLabel(std::string_view text);
 std::optional<L2Rib::Dest> parseDest(std::string_view text);
+// ADJ:NUM, the adjacency type 0..255 and a 56-bit number.
+std::optional<Kelp::Fib::FecId> parseFecId(std::string_view text);
 std::optional<bool> parseBool(std::string_view text);
 // `programmed`, `notProgrammed`, `invalidHwId`, or a 32-bit number.
 std::optional<Nox::HwProgrammingStatus> parseStatus(std::string_view text);

@@ -28,16 +28,6 @@ std::optional<L2Rib::ObjTuple> parseTuple(std::string_view text) {
   return std::nullopt;
 }
 
-// ADJ:NUM.
-std::optional<Nox::FecId> parseFecId(std::string_view text) {
-  auto const colon = text.find(':');
-  if (colon == std::string_view::npos) return std::nullopt;
-  auto const adj = parseUnsigned(text.substr(0, colon), 255);
-  auto const number = parseUnsigned(text.substr(colon + 1), Nox::FecId::maxNumber);
-  if (!adj || !number) return std::nullopt;
-  return Nox::FecId(uint8_t(*adj), *number);
-}
-
 template <class T>
 T checked(Args& a, std::optional<T> const& value, std::string_view word, std::string_view what,
           std::string_view form) {

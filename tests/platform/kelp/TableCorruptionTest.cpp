@@ -2,7 +2,10 @@
 // CorruptionException, naming what was found, by the operation that meets it, on either side;
 // and the owner can record that it reported it.
 
+#include <span>
+
 #include "platform/kelp/Exception.h"
+#include "platform/kelp/RecordReader.h"
 #include "tests/platform/kelp/KelpTestSupport.h"
 
 namespace KelpTest {
@@ -18,6 +21,18 @@ void appendEntry(Injector& injector, std::uint32_t op, Word slot) {
   e[Layout::logOpWord] = Word{op} << 32 | slot;
   e[Layout::logSeqWord] = 2 * position + 2;
   injector.header().logHead = position + 1;
+}
+
+// Rewrites the geometry and seals it with the writer's checksum (FNV-1a over its bytes), as a
+// damaged header that still passes the checksum would look.
+void resealGeometry(Injector& injector, std::function<void(Layout::Geometry&)> const& change) {
+  Layout::Geometry& g = injector.header().geometry;
+  change(g);
+  Word h = 0xcbf29ce484222325ULL;
+  for (auto const c : std::span(reinterpret_cast<unsigned char const*>(&g), sizeof g)) {
+    h = (h ^ c) * 0x100000001b3ULL;
+  }
+  injector.header().checksum = h;
 }
 
 class Corruption : public KelpFixture {
@@ -62,6 +77,18 @@ TEST_F(Corruption, EachKindOfDamageIsRaisedByTheReaderOperationThatMeetsItNaming
   std::vector<Case> const cases{
       {[](Injector& i) { i.header().magic = 0xdeadbeef; }, open, "bad magic 0xdeadbeef"},
       {[](Injector& i) { i.header().geometry.valueBytes = 16; }, open, "header checksum"},
+      // Slots of 2^29 words after a log of 2^63 bytes: sizes that wrap round to 8 KiB.
+      {[](Injector& i) {
+         resealGeometry(i, [](Layout::Geometry& g) {
+           g = Layout::Geometry{.version = Layout::version, .keyBytes = 0xFFFFFFF0,
+                                .valueBytes = 0, .keyWords = (1u << 29) - 2, .valueWords = 0,
+                                .slotWords = 1u << 29, .logWords = 1u << 29,
+                                .logCapacity = 1u << 31,
+                                .slotsOffset = Layout::logOffset + (Word{1} << 63)};
+         });
+         i.header().slotCapacity = Word{1} << 31;
+       },
+       [](Name name) { Kelp::RecordReader reader(name.str()); }, "does not fit the segment"},
       {[](Injector& i) { appendEntry(i, Layout::logInsert, 0x7FFFFFF0); }, poll,
        "impossible slot index 2147483632"},
       {[](Injector& i) { appendEntry(i, 9, 0); }, poll, "unknown operation 9"},
@@ -83,6 +110,26 @@ TEST_F(Corruption, EachKindOfDamageIsRaisedByTheReaderOperationThatMeetsItNaming
     EXPECT_THAT(
         [&] { cases[i].meet(table(name)); },
         ::testing::ThrowsMessage<Kelp::CorruptionException>(::testing::HasSubstr(cases[i].says)));
+  }
+}
+
+TEST_F(Corruption, LogEntryOfALaterLapThanTheHeadDoesNotMakeTheReaderRescanForEver) {
+  openTable("numbers");
+  Kelp::RecordReader reader(table("numbers"));
+  Injector injector(table("numbers"));
+  Word const head = injector.header().logHead;
+  injector.logEntry(head)[Layout::logSeqWord] =
+      2 * (head + injector.header().geometry.logCapacity) + 2;
+  EXPECT_EQ(reader.poll([](Kelp::RecordReader::Event const&) {}), 0u);
+  EXPECT_EQ(reader.count(), 2u);
+}
+
+TEST_F(Corruption, WriterPidThatIsNoProcessIdIsNotALiveWriter) {
+  openTable("numbers");
+  // As a pid_t these are -1 and a negative process group, both of which kill() accepts.
+  for (Word const pid : {Word{0xFFFFFFFF}, Word{0x80000001}}) {
+    Injector(table("numbers")).header().writerPid = pid;
+    EXPECT_FALSE(reader_->status().writerAlive) << pid;
   }
 }
 

@@ -9,12 +9,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <ostream>
 #include <thread>
 
 #include "platform/trace/FleckFormat.h"
+#include "platform/trace/FleckReader.h"
 #include "platform/trace/Trace.h"
 #include "platform/vel/Exception.h"
 #include "tests/platform/trace/MiniJson.h"
@@ -215,6 +217,26 @@ TEST_F(FleckBuffer, CommittedRecordThatDoesNotDecodeIsSkippedAndCounted) {
   EXPECT_THAT(messages[0], HasSubstr(" text abc"));
   EXPECT_THAT(messages[1], HasSubstr(" value 1 2 3"));
   EXPECT_EQ(run.err, path_ + ": 1 record(s) skipped, not decodable\n");
+}
+
+TEST_F(FleckBuffer, ClockFieldsThatOverflowStillDecodeTheRecords) {
+  traceValue(1);
+  Fleck::close();
+  std::string bytes = TraceTest::readFile(path_);
+  Fleck::FileHeader h;
+  std::memcpy(&h, bytes.data(), sizeof h);
+  // A tick counter at 1 Hz started at the far end of time: every difference of clock readings
+  // overflows 64 bits.
+  h.clockKind = 1;
+  h.tickHz = 1;
+  h.anchorMonotonicNs = INT64_MIN;
+  h.anchorWallNs = INT64_MAX;
+  std::memcpy(bytes.data(), &h, sizeof h);
+  Fleck::Decoded decoded;
+  std::string error;
+  ASSERT_TRUE(Fleck::decode(bytes, decoded, error)) << error;
+  ASSERT_EQ(decoded.messages.size(), 1u);
+  EXPECT_THAT(decoded.messages[0].text, HasSubstr("value 1 2 3"));
 }
 
 TEST_F(FleckBuffer, WriterKilledWhileWritingLeavesOnlyWholeRecords) {

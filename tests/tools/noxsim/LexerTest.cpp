@@ -69,6 +69,14 @@ TEST(LexerTest, DestinationsPrintInTheirWrittenForm) {
   }
 }
 
+TEST(LexerTest, FecIdsAreAnAdjacencyTypeAndA56BitNumber) {
+  EXPECT_EQ(valueToStrep(*parseFecId("255:72057594037927935")), "255:72057594037927935");
+  EXPECT_EQ(parseFecId("01:007"), Kelp::Fib::FecId(1, 7));
+  for (char const* bad : {"256:1", "1:72057594037927936", "1", ":1", "1:", "1:2:3"}) {
+    EXPECT_FALSE(parseFecId(bad)) << bad;
+  }
+}
+
 TEST(LexerTest, StatusesByNameOrNumber) {
   EXPECT_EQ(parseStatus("programmed"), Nox::programmed);
   EXPECT_EQ(parseStatus("notProgrammed"), Nox::notProgrammed);

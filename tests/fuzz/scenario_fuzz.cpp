@@ -1,0 +1,77 @@
+// A whole scenario from any bytes: parsed as one file and, when it parses, run on a fresh
+// simulated agent. A malformed line must be refused with a message; a scenario that parses must
+// run to its end or to its first failure, whatever it does to the machines.
+//
+// Running is safe here: without --shm nothing is published in shared memory, and the Fleck
+// buffer stays closed. The temporary directory is still a scratch one of our own, so that any
+// file a future command might leave behind lands there.
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ostream>
+#include <streambuf>
+#include <string>
+#include <string_view>
+
+#include "platform/trace/Facility.h"
+#include "platform/trace/Sink.h"
+#include "platform/trace/Trace.h"
+#include "tools/noxsim/Runner.h"
+#include "tools/noxsim/Script.h"
+#include "tools/noxsim/Sim.h"
+
+namespace {
+
+// Swallows the scenario's output.
+class NullBuffer : public std::streambuf {
+ protected:
+  int overflow(int c) override { return c; }
+  std::streamsize xsputn(char const*, std::streamsize n) override { return n; }
+};
+
+std::string scratch;
+
+void removeScratch() { ::rmdir(scratch.c_str()); }
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  char const* tmp = std::getenv("TMPDIR");
+  std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/nox-scenario-fuzz.XXXXXX";
+  if (!::mkdtemp(pattern.data())) {
+    std::perror("scenario_fuzz: mkdtemp");
+    std::exit(1);
+  }
+  scratch = pattern;
+  std::atexit(removeScratch);
+  ::setenv("TMPDIR", scratch.c_str(), 1);
+  ::unsetenv("NOX_FLECK");
+  ::unsetenv("NOX_FLECK_FILE");
+  // As noxsim runs a scenario: traces reach the scenario's own tap only, Fleck records nothing.
+  Trace::sinkDelAll();
+  Fleck::levelIs("*", Trace::levelOff);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, std::size_t size) {
+  std::string_view const text(reinterpret_cast<char const*>(data), size);
+  Noxsim::Script script;
+  std::string error;
+  if (!script.addText("fuzz.nox", text, error)) {
+    // Every refusal names the file and the line.
+    if (!error.starts_with("fuzz.nox:")) {
+      std::fprintf(stderr, "refusal without its place: %s\n", error.c_str());
+      std::abort();
+    }
+    return 0;
+  }
+  NullBuffer null;
+  std::ostream out(&null);
+  Noxsim::Sim sim(out, out, true);
+  (void)Noxsim::runScript(script, sim);
+  return 0;
+}
