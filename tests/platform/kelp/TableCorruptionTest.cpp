@@ -84,7 +84,8 @@ TEST_F(Corruption, EachKindOfDamageIsRaisedByTheReaderOperationThatMeetsItNaming
                                 .valueBytes = 0, .keyWords = (1u << 29) - 2, .valueWords = 0,
                                 .slotWords = 1u << 29, .logWords = 1u << 29,
                                 .logCapacity = 1u << 31,
-                                .slotsOffset = Layout::logOffset + (Word{1} << 63)};
+                                .slotsOffset = Layout::logOffset + (Word{1} << 63),
+                                .incarnation = 0, .keyType = {}, .valueType = {}};
          });
          i.header().slotCapacity = Word{1} << 31;
        },
