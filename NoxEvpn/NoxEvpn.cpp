@@ -55,8 +55,10 @@ namespace {
 // Where the table service's own checks report from.
 constexpr char const* kelpMapHeader = "/usr/include/Kelp/KelpMap";
 
-Kelp::RecordTypeRegistrar<TunnelId> const tunnelIdRecord(
-    "Tunnel::TunnelTable::TunnelId", [](TunnelId const& t) { return valueToStrep(t); });
+Kelp::RecordTypeRegistrar<TunnelId> const tunnelIdRecord("Tunnel::TunnelTable::TunnelId",
+                                                         [](TunnelId const& t) {
+                                                           return valueToStrep(t);
+                                                         });
 Kelp::RecordTypeRegistrar<TunnelIdToHwTunnelId> const tunnelEntryRecord(
     "Nox::TunnelIdToHwTunnelId", [](TunnelIdToHwTunnelId const& e) { return e.kelpString(); });
 
@@ -67,8 +69,8 @@ TunnelIdToHwTunnelIdMapping::TunnelIdToHwTunnelIdMapping(Vel::Name name, VelKelp
       isCounter_(Trace::counterIs("tunnelIdToHwTunnelIdIs")),
       delCounter_(Trace::counterIs("tunnelIdToHwTunnelIdDel")),
       notifyCounter_(Trace::counterIs("tunnelIdToHwTunnelIdNotify")),
-      tunnelIdToHwTunnelId_(name_, side, tunnelIdToHwTunnelIdHooks(),
-                            tunnelIdToHwTunnelIdHooks()) {}
+      tunnelIdToHwTunnelId_(name_, side, tunnelIdToHwTunnelIdHooks(), tunnelIdToHwTunnelIdHooks()) {
+}
 
 // The writer's own writes and the changes a reader polls become the same notifications.
 VelKelp::Hooks<TunnelId> TunnelIdToHwTunnelIdMapping::tunnelIdToHwTunnelIdHooks() {

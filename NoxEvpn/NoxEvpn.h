@@ -123,28 +123,26 @@ class TunnelIdToHwTunnelId : public Vel::Value<TunnelIdToHwTunnelId> {
 // Entities with one key fixed at construction and one collection: the interface/VLAN/tunnel
 // sets here (member keys to bool) and the flood-set records built the same way.
 #define NOX_KEYED_ENTITY(Class, typeNameText, KeyType, member, Member, MemberKey, MemberValue) \
-  class Class : public Vel::Entity {                                                          \
-   public:                                                                                    \
-    class NotifieeConst : public Vel::NotifieeConstOf<Class> {                                \
-     public:                                                                                  \
-      using NotifieeConstOf::NotifieeConstOf;                                                 \
-      virtual void on##Member(MemberKey const&) {}                                            \
-    };                                                                                        \
-    explicit Class(KeyType const& key) : key_(key) {}                                         \
-    KeyType const& key() const { return key_; }                                               \
-    VEL_DESCRIBE(typeNameText, #member)                                                       \
-    VEL_VALUE_COLLECTION(member, Member, MemberKey, MemberValue)                              \
-   private:                                                                                   \
-    KeyType const key_;                                                                       \
+  class Class : public Vel::Entity {                                                           \
+   public:                                                                                     \
+    class NotifieeConst : public Vel::NotifieeConstOf<Class> {                                 \
+     public:                                                                                   \
+      using NotifieeConstOf::NotifieeConstOf;                                                  \
+      virtual void on##Member(MemberKey const&) {}                                             \
+    };                                                                                         \
+    explicit Class(KeyType const& key) : key_(key) {}                                          \
+    KeyType const& key() const { return key_; }                                                \
+    VEL_DESCRIBE(typeNameText, #member)                                                        \
+    VEL_VALUE_COLLECTION(member, Member, MemberKey, MemberValue)                               \
+   private:                                                                                    \
+    KeyType const key_;                                                                        \
   }
 
 #define NOX_SET_ENTITY(Class, typeNameText, KeyType, member, Member, MemberKey) \
   NOX_KEYED_ENTITY(Class, typeNameText, KeyType, member, Member, MemberKey, bool)
 
-NOX_SET_ENTITY(IntfVlanSet, "Nox::IntfVlanSet", Gantry::IntfId, vlanId, VlanId,
-               Bridging::VlanId);
-NOX_SET_ENTITY(VlanIntfSet, "Nox::VlanIntfSet", Bridging::VlanId, intfId, IntfId,
-               Gantry::IntfId);
+NOX_SET_ENTITY(IntfVlanSet, "Nox::IntfVlanSet", Gantry::IntfId, vlanId, VlanId, Bridging::VlanId);
+NOX_SET_ENTITY(VlanIntfSet, "Nox::VlanIntfSet", Bridging::VlanId, intfId, IntfId, Gantry::IntfId);
 NOX_SET_ENTITY(TunnelIntfVlanSet, "Nox::TunnelIntfVlanSet", TunnelId, intfVlan, IntfVlan,
                IntfVlanKey);
 NOX_SET_ENTITY(IntfTunnelVlanSet, "Nox::IntfTunnelVlanSet", IntfTunnelKey, vlanId, VlanId,

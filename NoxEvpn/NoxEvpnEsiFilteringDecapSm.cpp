@@ -64,8 +64,8 @@ Vel::Ptr<EsiFilteringDecapSm> esiFilteringDecapSmFactory(
     Vel::Ptr<Cog::TaskScheduler> const& scheduler,
     Vel::Ptr<Mpls::LfibTrackingStatus> const& lfibTrackingStatus,
     Vel::Ptr<Mpls::LfibHwStatus> const& lfibHwStatus) {
-  return EsiFilteringDecapSm::EsiFilteringDecapSmIs(esiFilteringDecapHelper, lfibStatus,
-                                                    scheduler, lfibTrackingStatus, lfibHwStatus);
+  return EsiFilteringDecapSm::EsiFilteringDecapSmIs(esiFilteringDecapHelper, lfibStatus, scheduler,
+                                                    lfibTrackingStatus, lfibHwStatus);
 }
 
 // Initialization: the machine keeps no record of what an earlier instance programmed, so it
@@ -116,7 +116,10 @@ void EsiFilteringDecapSm::processRouteKeyBacklog(RouteKey const& routeKey) {
   NOX_TRACE_ENTRY("processRouteKeyBacklog route {}", routeKey);
   VEL_ASSERT(initialized());
   auto const& backlogIter = lfibTrackingStatus_->routeKeyBacklogColl();
+  // The assertion prints this text as written, spaces included.
+  // clang-format off
   VEL_ASSERT(backlogIter.isMemberOf( routeKey ));
+  // clang-format on
   processRouteKey(routeKey);
   lfibTrackingStatus_->routeKeyBacklogDel(routeKey);
 }
@@ -156,7 +159,10 @@ void EsiFilteringDecapSm::createEsiFilterVia(RouteKey const& routeKey,
                                              LfibEvpnEthernetSegmentFilterVia const& via) {
   NOX_TRACE_ENTRY("createEsiFilterVia route {} via {}", routeKey, via);
   VEL_ASSERT(initialized());
+  // The assertion prints this text as written, spaces included.
+  // clang-format off
   VEL_ASSERT(!routeEsiFilterViaIteratorConst().isMemberOf( routeKey ));
+  // clang-format on
   if (auto const owner = intfRoute_.find(via.intfId())) {
     NOX_TRACE(5, "intf {} already associated with route {}, adding via to unprogrammed",
               via.intfId(), *owner);

@@ -124,9 +124,7 @@ class EsiFilteringDecapSm : public Vel::PtrInterface, public Vel::Described {
   VEL_INTERNAL_VALUE_COLLECTION(routeEsiFilterVia, RouteEsiFilterVia, Mpls::RouteKey,
                                 Mpls::LfibEvpnEthernetSegmentFilterVia)
  public:
-  RouteEsiFilterViaColl const& routeEsiFilterViaIteratorConst() const {
-    return routeEsiFilterVia_;
-  }
+  RouteEsiFilterViaColl const& routeEsiFilterViaIteratorConst() const { return routeEsiFilterVia_; }
   // Which route owns each interface's port map.
   VEL_INTERNAL_VALUE_COLLECTION(intfRoute, IntfRoute, Gantry::IntfId, Mpls::RouteKey)
 

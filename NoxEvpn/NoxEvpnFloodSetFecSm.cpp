@@ -48,7 +48,8 @@ EvpnFloodSetFecSm::EvpnFloodSetFecSm(
       timerWheel_(timerWheel) {
   VEL_ASSERT(mplsFloodSetFecRequest_ && hwInfoMapping_ && timerWheel_);
   // Watchers of collections also create the reactors of the members already present.
-  if (floodSetOutput_) velFloodSetOutput_ = std::make_unique<VelFloodSetOutput>(floodSetOutput_, this);
+  if (floodSetOutput_)
+    velFloodSetOutput_ = std::make_unique<VelFloodSetOutput>(floodSetOutput_, this);
   if (hwTunnelIdMapping_) {
     velHwTunnelIdMapping_ = std::make_unique<VelHwTunnelIdMapping>(hwTunnelIdMapping_, this);
   }
@@ -70,10 +71,9 @@ Vel::Ptr<EvpnFloodSetFecSm> EvpnFloodSetFecSm::EvpnFloodSetFecSmIs(
     Vel::Ptr<FecIdToHwFecIdRequest> const& mplsFloodSetFecRequest,
     Vel::Ptr<FecIdToHwFecIdResponse const> const& mplsFloodSetFecResponse,
     Vel::Ptr<HwInfoMapping> const& hwInfoMapping, Vel::Ptr<Cog::TimerWheel> const& timerWheel) {
-  return Vel::Ptr<EvpnFloodSetFecSm>(
-      new EvpnFloodSetFecSm(floodSetOutput, hwTunnelIdMapping, vlanFloodSetHwStatus,
-                            mplsFloodSetFecRequest, mplsFloodSetFecResponse, hwInfoMapping,
-                            timerWheel));
+  return Vel::Ptr<EvpnFloodSetFecSm>(new EvpnFloodSetFecSm(
+      floodSetOutput, hwTunnelIdMapping, vlanFloodSetHwStatus, mplsFloodSetFecRequest,
+      mplsFloodSetFecResponse, hwInfoMapping, timerWheel));
 }
 
 Vel::Ptr<EvpnFloodSetFecSm> evpnFloodSetFecSmFactory(
@@ -85,8 +85,7 @@ Vel::Ptr<EvpnFloodSetFecSm> evpnFloodSetFecSmFactory(
     Vel::Ptr<HwInfoMapping> const& hwInfoMapping, Vel::Ptr<Cog::TimerWheel> const& timerWheel) {
   return EvpnFloodSetFecSm::EvpnFloodSetFecSmIs(floodSetOutput, hwTunnelIdMapping,
                                                 vlanFloodSetHwStatus, mplsFloodSetFecRequest,
-                                                mplsFloodSetFecResponse, hwInfoMapping,
-                                                timerWheel);
+                                                mplsFloodSetFecResponse, hwInfoMapping, timerWheel);
 }
 
 EvpnFloodSetFecSm::VelVlanFloodSetHwStatus::VelVlanFloodSetHwStatus(
@@ -222,8 +221,7 @@ void EvpnFloodSetFecSm::handleMplsDestStatus(MacVlanPair const& pair,
   processFecRequest(via, false);
 }
 
-bool EvpnFloodSetFecSm::isViaProgrammed(MacVlanPair const& pair,
-                                        MplsFloodSetVia const& via) const {
+bool EvpnFloodSetFecSm::isViaProgrammed(MacVlanPair const& pair, MplsFloodSetVia const& via) const {
   auto const status =
       vlanFloodSetHwStatus_ ? vlanFloodSetHwStatus_->statusColl().find(pair) : nullptr;
   if (!status) return false;
@@ -318,8 +316,7 @@ void EvpnFloodSetFecSm::processFecRequest(MplsFloodSetVia const& via, bool repub
 }
 
 void EvpnFloodSetFecSm::createOrUpdateFecRequest(MplsFloodSetVia const& via, bool republish) {
-  NOX_TRACE_ENTRY("createOrUpdateFecRequest (tunnelId: {} label: {})", via.tunnelId(),
-                  via.label());
+  NOX_TRACE_ENTRY("createOrUpdateFecRequest (tunnelId: {} label: {})", via.tunnelId(), via.label());
   // Every destination over a via comes here. This machine alone writes the request table, and
   // writes a via's FEC, request and caches together (removeFecRequest takes them away together;
   // start-up empties the requests): a bound via whose request is in the table has its FEC

@@ -27,12 +27,12 @@ std::string nestedTypeName(std::string_view name) {
   return std::string(Sm::staticTypeInfo().name()) + "::" + std::string(name);
 }
 
-#define NOX_NESTED_TYPE_INFO(nameExpr, attribute)                          \
-  static Vel::TypeInfo const& staticTypeInfo() {                          \
-    static std::string const name = nestedTypeName<Sm>(nameExpr);         \
-    static Vel::TypeInfo const info(name, {attribute});                   \
-    return info;                                                          \
-  }                                                                       \
+#define NOX_NESTED_TYPE_INFO(nameExpr, attribute)                 \
+  static Vel::TypeInfo const& staticTypeInfo() {                  \
+    static std::string const name = nestedTypeName<Sm>(nameExpr); \
+    static Vel::TypeInfo const info(name, {attribute});           \
+    return info;                                                  \
+  }                                                               \
   Vel::TypeInfo const& typeInfo() const override { return staticTypeInfo(); }
 
 template <class Sm>
@@ -94,11 +94,12 @@ struct FloodSetReactors {
    public:
     VelFloodSetOutput(Vel::Ptr<L2Rib::FloodSetOutput const> const& output, Sm* sm)
         : NotifieeConst(output), sm_(sm) {
-      for (auto [vlan, vlanFloodSet] : output->vlanFloodSetColl()) sm_->vlanFloodSetIs(vlanFloodSet);
+      for (auto [vlan, vlanFloodSet] : output->vlanFloodSetColl())
+        sm_->vlanFloodSetIs(vlanFloodSet);
     }
 
     void onSource() override {
-      if constexpr (requires(Sm* s) { s->handleSource(); }) sm_->handleSource();
+      if constexpr (requires(Sm * s) { s->handleSource(); }) sm_->handleSource();
     }
     void onVlanFloodSet(Bridging::VlanId vlan) override {
       Vel::Ptr<L2Rib::VlanFloodSet const> member = notifier()->vlanFloodSet(vlan);

@@ -392,13 +392,19 @@ void EvpnFloodingEsiSm::programEsiPort(IntfId const& logIntfId, IntfId const& ph
   VEL_ASSERT(initialized());
   IntfVlanKey const key(logIntfId, vlan);
   if (!target) {
+    // The assertion prints this text as written, spaces included.
+    // clang-format off
     VEL_ASSERT(intfVlanTunnelIteratorConst().isMemberOf( key ));
+    // clang-format on
     TunnelId const tunnel = intfVlanTunnel(key);
     std::optional<HwTunnelId> const hwTunnelId = publishedHwTunnelId(tunnel);
     target.emplace(PairTarget{tunnel, hwTunnelId, nullptr});
     if (hwTunnelId) {
       IntfVlanTunnelKey const labelKey(logIntfId, vlan, tunnel);
+      // The assertion prints this text as written, spaces included.
+      // clang-format off
       VEL_ASSERT(intfVlanTunnelLabelColl().isMemberOf( labelKey ));
+      // clang-format on
       target->status = esiStatusIs(key);
     }
   }

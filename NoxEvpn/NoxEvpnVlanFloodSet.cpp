@@ -2,7 +2,9 @@
 
 namespace Nox {
 
-Vel::Ptr<HwInfoMapping> hwInfoMappingFactory() { return Vel::Ptr<HwInfoMapping>(new HwInfoMapping); }
+Vel::Ptr<HwInfoMapping> hwInfoMappingFactory() {
+  return Vel::Ptr<HwInfoMapping>(new HwInfoMapping);
+}
 
 Vel::Ptr<EvpnVlanFloodSetHwConfig> evpnVlanFloodSetHwConfigFactory() {
   return Vel::Ptr<EvpnVlanFloodSetHwConfig>(new EvpnVlanFloodSetHwConfig);

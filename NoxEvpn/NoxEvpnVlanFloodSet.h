@@ -17,7 +17,8 @@ namespace Nox {
 class MplsFloodSetVia : public Vel::Value<MplsFloodSetVia> {
  public:
   MplsFloodSetVia() = default;
-  MplsFloodSetVia(TunnelId tunnelId, Gantry::MplsLabel label) : tunnelId_(tunnelId), label_(label) {}
+  MplsFloodSetVia(TunnelId tunnelId, Gantry::MplsLabel label)
+      : tunnelId_(tunnelId), label_(label) {}
   TunnelId tunnelId() const { return tunnelId_; }
   Gantry::MplsLabel label() const { return label_; }
 
@@ -112,8 +113,8 @@ class HwInfoMapping : public Vel::Entity {
   VEL_VALUE_COLLECTION(mapping, Mapping, MplsFloodSetVia, MplsDestHwInfo)
 };
 
-NOX_SET_ENTITY(VlanFloodSetConfig, "Nox::VlanFloodSetConfig", Bridging::MacVlanPair,
-               mplsDestConfig, MplsDestConfig, MplsDestConfig);
+NOX_SET_ENTITY(VlanFloodSetConfig, "Nox::VlanFloodSetConfig", Bridging::MacVlanPair, mplsDestConfig,
+               MplsDestConfig, MplsDestConfig);
 NOX_KEYED_ENTITY(VlanFloodSetStatus, "Nox::VlanFloodSetStatus", Bridging::MacVlanPair,
                  mplsDestStatus, MplsDestStatus, MplsDestConfig, HwProgrammingStatus);
 

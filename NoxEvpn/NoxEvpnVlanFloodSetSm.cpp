@@ -46,7 +46,8 @@ EvpnVlanFloodSetSm::EvpnVlanFloodSetSm(
       vlanFloodSetHwStatus_(vlanFloodSetHwStatus) {
   VEL_ASSERT(vlanFloodSetHwConfig_);
   // Watchers of collections also create the reactors of the members already present.
-  if (floodSetOutput_) velFloodSetOutput_ = std::make_unique<VelFloodSetOutput>(floodSetOutput_, this);
+  if (floodSetOutput_)
+    velFloodSetOutput_ = std::make_unique<VelFloodSetOutput>(floodSetOutput_, this);
   if (hwTunnelIdMapping_) {
     velHwTunnelIdMapping_ = std::make_unique<VelHwTunnelIdMapping>(hwTunnelIdMapping_, this);
   }
@@ -64,9 +65,9 @@ Vel::Ptr<EvpnVlanFloodSetSm> EvpnVlanFloodSetSm::EvpnVlanFloodSetSmIs(
     Vel::Ptr<HwInfoMapping const> const& hwInfoMapping,
     Vel::Ptr<EvpnVlanFloodSetHwConfig> const& vlanFloodSetHwConfig,
     Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus) {
-  return Vel::Ptr<EvpnVlanFloodSetSm>(new EvpnVlanFloodSetSm(
-      floodSetOutput, hwTunnelIdMapping, hwInfoMapping, vlanFloodSetHwConfig,
-      vlanFloodSetHwStatus));
+  return Vel::Ptr<EvpnVlanFloodSetSm>(new EvpnVlanFloodSetSm(floodSetOutput, hwTunnelIdMapping,
+                                                             hwInfoMapping, vlanFloodSetHwConfig,
+                                                             vlanFloodSetHwStatus));
 }
 
 Vel::Ptr<EvpnVlanFloodSetSm> evpnVlanFloodSetSmFactory(
@@ -75,9 +76,8 @@ Vel::Ptr<EvpnVlanFloodSetSm> evpnVlanFloodSetSmFactory(
     Vel::Ptr<HwInfoMapping const> const& hwInfoMapping,
     Vel::Ptr<EvpnVlanFloodSetHwConfig> const& vlanFloodSetHwConfig,
     Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus) {
-  return EvpnVlanFloodSetSm::EvpnVlanFloodSetSmIs(floodSetOutput, hwTunnelIdMapping,
-                                                  hwInfoMapping, vlanFloodSetHwConfig,
-                                                  vlanFloodSetHwStatus);
+  return EvpnVlanFloodSetSm::EvpnVlanFloodSetSmIs(floodSetOutput, hwTunnelIdMapping, hwInfoMapping,
+                                                  vlanFloodSetHwConfig, vlanFloodSetHwStatus);
 }
 
 EvpnVlanFloodSetSm::VelVlanFloodSetHwStatus::VelVlanFloodSetHwStatus(
@@ -220,8 +220,8 @@ void EvpnVlanFloodSetSm::VelVlanFloodSetStatus::handleVlanFloodSetStatus() {
 }
 
 void EvpnVlanFloodSetSm::VelVlanFloodSetStatus::handleMplsDestStatus(MplsDestConfig const& config) {
-  NOX_TRACE_ENTRY(" handleMplsDestStatus vlan: {} mac: {} tunnelId: {} label: {}",
-                  key().vlanId(), key().macAddr(), config.tunnelId(), config.label());
+  NOX_TRACE_ENTRY(" handleMplsDestStatus vlan: {} mac: {} tunnelId: {} label: {}", key().vlanId(),
+                  key().macAddr(), config.tunnelId(), config.label());
   if (!sm_->initialized()) return;
   if (sm_->isMplsDestConfigProgrammed(key(), config)) {
     NOX_TRACE_CHANGE("  config is programmed in hardware");
@@ -274,8 +274,7 @@ void EvpnVlanFloodSetSm::updateInternalMapping(VlanMacDest const& d, bool inFloo
   }
 }
 
-bool EvpnVlanFloodSetSm::isDestInFloodSet(VlanId vlan, EthAddr const& mac,
-                                          Dest const& dest) const {
+bool EvpnVlanFloodSetSm::isDestInFloodSet(VlanId vlan, EthAddr const& mac, Dest const& dest) const {
   NOX_TRACE_ENTRY("isDestInFloodSet vlan: {} mac: {} dest: {}", vlan, mac, dest);
   return Nox::isDestInFloodSet(floodSetOutput_.ptr(), vlan, mac, dest);
 }
@@ -307,7 +306,10 @@ MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig(Dest const& dest) {
   TunnelId const tunnelId = dest.destDataMpls().tunnelId();
   VEL_ASSERT(tunnelId != Tunnel::TunnelTable::TunnelId::invalid());
   MplsFloodSetVia const key = viaOf(dest);
+  // The assertion prints this text as written, spaces included.
+  // clang-format off
   VEL_ASSERT(hwInfoMapping()->mappingColl().isMemberOf( key ));
+  // clang-format on
   HwTunnelId hwTunnelId;
   if (hwTunnelIdMappingReady()) {
     hwTunnelId = hwTunnelIdMapping_->tunnelIdToHwTunnelId(tunnelId).hwTunnelId();
@@ -318,8 +320,8 @@ MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig(Dest const& dest) {
 }
 
 void EvpnVlanFloodSetSm::addOrUpdateMplsDestHwConfig(VlanMacDest const& d) {
-  NOX_TRACE_ENTRY("addOrUpdateMplsDestHwConfig vlan: {} mac: {} dest: {}", d.vlanId(),
-                  d.macAddr(), d.dest());
+  NOX_TRACE_ENTRY("addOrUpdateMplsDestHwConfig vlan: {} mac: {} dest: {}", d.vlanId(), d.macAddr(),
+                  d.dest());
   MplsDestConfig const fresh = createMplsDestConfig(d.dest());
   MplsDestConfig const existing = mplsDestHwConfig(d);
   if (existing == fresh) {

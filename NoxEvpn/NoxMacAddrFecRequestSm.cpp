@@ -45,8 +45,8 @@ std::string valueToStrep(FecToHwFecId const& v) {
 
 std::string valueToStrep(FecToL2IntfId const& v) {
   std::ostringstream os;
-  os << "Value('Nox::FecToL2IntfId', ** {'fecId': " << v.fecId()
-     << ", 'l2IntfId': " << v.l2IntfId() << "})";
+  os << "Value('Nox::FecToL2IntfId', ** {'fecId': " << v.fecId() << ", 'l2IntfId': " << v.l2IntfId()
+     << "})";
   return os.str();
 }
 
@@ -222,8 +222,8 @@ void NoxMacAddrFecRequestSm::handleInitialized() {
   fecRequest_->fecDelAll();
   fecRequest_->fec6DelAll();
   fecRequest_->objTupleToFecIdDelAll();
-  reviewBacklog_ = Vel::Ptr<Cog::TimerTask>(
-      new Cog::TimerTask(scheduler_, reviewPriority, "reviewTask"));
+  reviewBacklog_ =
+      Vel::Ptr<Cog::TimerTask>(new Cog::TimerTask(scheduler_, reviewPriority, "reviewTask"));
   reviewBacklog_->notifieeIs(&velReviewBacklog_);
   reviewBacklog_->scheduleTaskDelay(reviewInterval_);
 }
@@ -281,10 +281,17 @@ void NoxMacAddrFecRequestSm::doReviewBacklog() {
     if (reviewShouldYield()) return;
     ObjTuple const objTuple = *first;
     switch (objTuple.tableType()) {
-      case L2Rib::tableTypeLabel_: handleLabel(LabelId(objTuple.id())); break;
-      case L2Rib::tableTypeDest_: handleDest(DestId(objTuple.id())); break;
-      case L2Rib::tableTypeLoadBalance_: handleLb(LoadBalanceId(objTuple.id())); break;
-      default: VEL_ASSERT(0);
+      case L2Rib::tableTypeLabel_:
+        handleLabel(LabelId(objTuple.id()));
+        break;
+      case L2Rib::tableTypeDest_:
+        handleDest(DestId(objTuple.id()));
+        break;
+      case L2Rib::tableTypeLoadBalance_:
+        handleLb(LoadBalanceId(objTuple.id()));
+        break;
+      default:
+        VEL_ASSERT(0);
     }
     objTupleBackLogQDel(objTuple);
     reviewBacklog_->taskWorkCountInc();
@@ -322,10 +329,16 @@ void NoxMacAddrFecRequestSm::handleL2RibHost(MacVlanPair const& macVlan) {
     handled = now;
   }
   switch (handled.tableType()) {
-    case L2Rib::tableTypeNone_: break;
-    case L2Rib::tableTypeLabel_: handleLabel(LabelId(handled.id())); break;
-    case L2Rib::tableTypeLoadBalance_: handleLb(LoadBalanceId(handled.id())); break;
-    default: VEL_ASSERT(0);  // a host never points at a destination
+    case L2Rib::tableTypeNone_:
+      break;
+    case L2Rib::tableTypeLabel_:
+      handleLabel(LabelId(handled.id()));
+      break;
+    case L2Rib::tableTypeLoadBalance_:
+      handleLb(LoadBalanceId(handled.id()));
+      break;
+    default:
+      VEL_ASSERT(0);  // a host never points at a destination
   }
 }
 
@@ -542,11 +555,19 @@ void NoxMacAddrFecRequestSm::handleDependants(ObjTuple const& objTuple) {
   for (ObjTuple const& parent : copy) {
     auto const forward = nextHopForwardMap(parent);
     auto const& forwardMapIter = forward ? forward->objTupleColl() : noChildren;
+    // The assertion prints this text as written, spaces included.
+    // clang-format off
     VEL_ASSERT(forwardMapIter.isMemberOf( iter.key() ));
+    // clang-format on
     switch (parent.tableType()) {
-      case L2Rib::tableTypeLabel_: handleLabel(LabelId(parent.id())); break;
-      case L2Rib::tableTypeLoadBalance_: handleLb(LoadBalanceId(parent.id())); break;
-      default: VEL_ASSERT(0);
+      case L2Rib::tableTypeLabel_:
+        handleLabel(LabelId(parent.id()));
+        break;
+      case L2Rib::tableTypeLoadBalance_:
+        handleLb(LoadBalanceId(parent.id()));
+        break;
+      default:
+        VEL_ASSERT(0);
     }
   }
 }
@@ -618,8 +639,8 @@ Fec NoxMacAddrFecRequestSm::buildFecForLb(LoadBalance const& lb, LoadBalanceId l
   return fec;
 }
 
-Fec NoxMacAddrFecRequestSm::buildFecForLabel(Label const& label, LabelId labelId,
-                                             ObjTuple const&, FecId bound) {
+Fec NoxMacAddrFecRequestSm::buildFecForLabel(Label const& label, LabelId labelId, ObjTuple const&,
+                                             FecId bound) {
   NOX_TRACE_ENTRY("buildFecForLabel LabelId:{}", labelId);
   Fec fec(getFecId(bound));
   VEL_ASSERT(label.next().tableType() != L2Rib::tableTypeLabel_);

@@ -169,21 +169,21 @@ NOX_SET_ENTITY(ObjTupleSet, "Nox::ObjTupleSet", ObjTuple, objTuple, ObjTuple, Ob
 
 // Watches one input table: a key's change calls the keyed handler, a whole-table change the
 // handler without argument.
-#define NOX_MACFEC_INPUT_NOTIFIEE(Vel_, Input, OnName, Key, handler)           \
-  class Vel_ : public Input::NotifieeConst {                                   \
-   public:                                                                     \
-    Vel_(Vel::Ptr<Input const> const& input, NoxMacAddrFecRequestSm* sm)       \
-        : NotifieeConst(input), sm_(sm) {}                                     \
-    void OnName(Key const& key) override {                                     \
-      if (hasNotificationActive()) sm_->handler(key);                          \
-    }                                                                          \
-    void OnName() override {                                                   \
-      if (hasNotificationActive()) sm_->handler();                             \
-    }                                                                          \
-    VEL_DESCRIBE("Nox::NoxMacAddrFecRequestSm::" #Vel_, #OnName)               \
-                                                                               \
-   private:                                                                    \
-    NoxMacAddrFecRequestSm* sm_;                                               \
+#define NOX_MACFEC_INPUT_NOTIFIEE(Vel_, Input, OnName, Key, handler)     \
+  class Vel_ : public Input::NotifieeConst {                             \
+   public:                                                               \
+    Vel_(Vel::Ptr<Input const> const& input, NoxMacAddrFecRequestSm* sm) \
+        : NotifieeConst(input), sm_(sm) {}                               \
+    void OnName(Key const& key) override {                               \
+      if (hasNotificationActive()) sm_->handler(key);                    \
+    }                                                                    \
+    void OnName() override {                                             \
+      if (hasNotificationActive()) sm_->handler();                       \
+    }                                                                    \
+    VEL_DESCRIBE("Nox::NoxMacAddrFecRequestSm::" #Vel_, #OnName)         \
+                                                                         \
+   private:                                                              \
+    NoxMacAddrFecRequestSm* sm_;                                         \
   }
 
 class NoxMacAddrFecRequestSm : public Vel::PtrInterface, public Vel::Described {
@@ -222,8 +222,7 @@ class NoxMacAddrFecRequestSm : public Vel::PtrInterface, public Vel::Described {
       Vel::Ptr<L2Rib::HostOutput const> const& l2RibOutput,
       Vel::Ptr<FecIdToHwFecIdRequest> const& fecRequest,
       Vel::Ptr<ObjTupleToHwId> const& objTupleToHwIdMap,
-      Vel::Ptr<Cog::TimerWheel> const& timerWheel,
-      Vel::Ptr<Cog::TaskScheduler> const& scheduler);
+      Vel::Ptr<Cog::TimerWheel> const& timerWheel, Vel::Ptr<Cog::TaskScheduler> const& scheduler);
   ~NoxMacAddrFecRequestSm() override;
 
   Vel::Ptr<FecIdToHwFecIdRequest> const& fecRequest() const { return fecRequest_; }
@@ -262,8 +261,8 @@ class NoxMacAddrFecRequestSm : public Vel::PtrInterface, public Vel::Described {
   VEL_DESCRIBE("Nox::NoxMacAddrFecRequestSm", "labelTable", "lbTable", "destTable", "fecResponse",
                "l2RibOutput", "fecRequest", "objTupleToHwIdMap", "timerWheel", "scheduler",
                "nextHopReverseMap", "nextHopForwardMap", "objTupleToFecId", "isFirstLevelNextHop",
-               "fecRequestCache", "macVlanToObjTupleCache", "fecRequestReverseMap",
-               "hostBackLogQ", "objTupleBackLogQ", "fecCache", "objTupleCache", "numAllocator",
+               "fecRequestCache", "macVlanToObjTupleCache", "fecRequestReverseMap", "hostBackLogQ",
+               "objTupleBackLogQ", "fecCache", "objTupleCache", "numAllocator",
                "numAllocatorConfig", "numAllocatorStatus", "maxChainLength", "reviewBacklog",
                "reviewInterval", "backLogQsDrained", "initialized")
 
@@ -305,8 +304,7 @@ class NoxMacAddrFecRequestSm : public Vel::PtrInterface, public Vel::Described {
   void deleteFec(ObjTuple const& objTuple);
   void handleDependants(ObjTuple const& objTuple);
   // `bound`, when given, is the tuple's FEC id as just published (saves reading it back).
-  void maybeUpdateFecRequest(ObjTuple const& objTuple, bool isDelete,
-                             FecId const* bound = nullptr);
+  void maybeUpdateFecRequest(ObjTuple const& objTuple, bool isDelete, FecId const* bound = nullptr);
   void makeFecRequest(ObjTuple const& objTuple, FecId fecId);
   void deleteFecRequest(ObjTuple const& objTuple);
   // Re-evaluates a label or load-balance tuple.

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that building, testing and benchmarking need, when any is missing.
+# Installs the Debian packages that building, testing, fuzzing, linting and benchmarking need,
+# when any is missing.
 set -euo pipefail
-packages=(cmake ninja-build g++ clang googletest libgtest-dev libgmock-dev libbenchmark-dev
+packages=(cmake ninja-build g++ clang libclang-rt-14-dev clang-format clang-tidy googletest libgtest-dev libgmock-dev libbenchmark-dev
           librapidcheck-dev libspdlog-dev liblmdb-dev)
 missing=()
 for p in "${packages[@]}"; do

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer harnesses (the `fuzz` preset) and runs each for SECONDS (default 30), two
-# at a time, each over a copy of its seed corpus. Exits non-zero when a harness finds a crash,
-# a leak or a hang, and says where the input that caused it was saved.
+# Builds the libFuzzer harnesses (the `fuzz` build preset: the sanitizer build's harnesses) and
+# runs each for SECONDS (default 30), two at a time, each over a copy of its seed corpus. Exits
+# non-zero when a harness finds a crash, a leak or a hang, and says where that input was saved.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-30}"
@@ -9,24 +9,12 @@ case "$seconds" in
   '' | *[!0-9]*) echo "usage: scripts/fuzz.sh [SECONDS]" >&2; exit 2 ;;
 esac
 
-packages=(cmake ninja-build clang libclang-rt-14-dev)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
-done
-if [ ${#missing[@]} -ne 0 ]; then
-  echo "installing: ${missing[*]}" >&2
-  sudo=""
-  [ "$(id -u)" -ne 0 ] && sudo="sudo"
-  $sudo apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
-fi
-
-cmake --preset fuzz >/dev/null
+scripts/deps.sh
+cmake --preset asan >/dev/null
 cmake --build --preset fuzz
 
-# Each run works in build/fuzz/runs/NAME: the corpus grows there, never in tests/fuzz.
-runs="$PWD/build/fuzz/runs"
+# Each run works in build/asan/fuzz-runs/NAME: the corpus grows there, never in tests/fuzz.
+runs="$PWD/build/asan/fuzz-runs"
 rm -rf "$runs"
 mkdir -p "$runs"
 
@@ -38,7 +26,7 @@ run_one() {
   local dict=()
   [ -f "tests/fuzz/$name.dict" ] && dict=(-dict="tests/fuzz/$name.dict")
   # A unit that takes 20 s is a hang; 2 GB of memory is a leak or a runaway allocation.
-  if TMPDIR="$dir/tmp" "build/fuzz/tests/fuzz/$name" -max_total_time="$seconds" -timeout=20 \
+  if TMPDIR="$dir/tmp" "build/asan/tests/fuzz/$name" -max_total_time="$seconds" -timeout=20 \
        -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$dir/artifacts/" "${dict[@]}" \
        "$dir/corpus" >"$dir/log" 2>&1; then
     echo "$name: no crash ($(grep -m1 -o 'stat::number_of_executed_units: *[0-9]*' "$dir/log" |
@@ -47,7 +35,7 @@ run_one() {
     echo "$name: FAILED, log $dir/log"
     grep -m3 -E '^(==[0-9]+==ERROR|SUMMARY|.*runtime error)' "$dir/log" | sed 's/^/  /' || true
     for input in "$dir"/artifacts/*; do
-      [ -e "$input" ] && echo "  input saved in $input (reproduce: build/fuzz/tests/fuzz/$name $input)"
+      [ -e "$input" ] && echo "  input saved in $input (reproduce: build/asan/tests/fuzz/$name $input)"
     done
     return 1
   fi

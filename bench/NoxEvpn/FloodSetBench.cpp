@@ -12,9 +12,7 @@
 // How much the machine has published, and what one tunnel carries.
 template <>
 struct Vel::Internals<Nox::EvpnVlanFloodSetSm> {
-  static std::size_t published(Nox::EvpnVlanFloodSetSm const& sm) {
-    return sm.mplsDestHwConfigs();
-  }
+  static std::size_t published(Nox::EvpnVlanFloodSetSm const& sm) { return sm.mplsDestHwConfigs(); }
   static std::size_t destsOf(Nox::EvpnVlanFloodSetSm const& sm, Nox::TunnelId tunnel) {
     return sm.tunnelToFloodSetEntry(tunnel)->vlanMacDestSets();
   }
@@ -108,7 +106,8 @@ struct FloodSetWorld {
   }
   void allViasReady(uint64_t except = vias) {
     for (uint64_t v = 0; v < vias; ++v) {
-      if (v != except) hwInfo->mappingIs(via(v), Nox::MplsDestHwInfo(70000 + v, Gantry::IntfId("L2Intf1")));
+      if (v != except)
+        hwInfo->mappingIs(via(v), Nox::MplsDestHwInfo(70000 + v, Gantry::IntfId("L2Intf1")));
     }
   }
   void start() {
@@ -165,9 +164,9 @@ void BM_FloodSetHwTunnelIdChange(benchmark::State& state) {
   for (auto _ : state) {
     world.tunnelTable->tunnelIdToHwTunnelIdIs({tunnel, Nox::HwTunnelId(++hw)});
   }
-  state.counters["per_config"] = benchmark::Counter(
-      double(updated) * double(state.iterations()),
-      benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  state.counters["per_config"] =
+      benchmark::Counter(double(updated) * double(state.iterations()),
+                         benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
   state.counters["configs"] = double(updated);
 }
 

@@ -25,7 +25,6 @@ namespace Kelp {
 
 namespace {
 
-
 std::string systemError(char const* what) {
   return std::string(what) + ": " + std::strerror(errno);
 }
@@ -112,10 +111,14 @@ void forgetCreatedName(std::string const& path) {
 void checkOwnSegment(std::string const& table, int fd, mode_t mode) {
   struct stat st {};
   std::string why;
-  if (::fstat(fd, &st) != 0) why = systemError("fstat");
-  else if (!S_ISREG(st.st_mode)) why = "refused: not a plain shared-memory segment";
-  else if (st.st_uid != ::geteuid()) why = "refused: the name belongs to another user";
-  else if (::fchmod(fd, mode) != 0) why = systemError("fchmod");
+  if (::fstat(fd, &st) != 0)
+    why = systemError("fstat");
+  else if (!S_ISREG(st.st_mode))
+    why = "refused: not a plain shared-memory segment";
+  else if (st.st_uid != ::geteuid())
+    why = "refused: the name belongs to another user";
+  else if (::fchmod(fd, mode) != 0)
+    why = systemError("fchmod");
   if (why.empty()) return;
   ::close(fd);
   throw OpenException(table, why);
@@ -135,16 +138,17 @@ bool validTableName(std::string_view name) {
     return false;
   }
   return std::all_of(name.begin(), name.end(), [](char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           c == '.' || c == '_' || c == '-';
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+           c == '_' || c == '-';
   });
 }
 
 std::string segmentPath(std::string const& table) {
   std::string const name = !table.empty() && table[0] == '/' ? table.substr(1) : table;
   if (!validTableName(name)) {
-    throw OpenException(table, "bad table name (want PREFIX.name of letters, digits, '.', '_' "
-                               "and '-', no '..', at most 200 chars)");
+    throw OpenException(table,
+                        "bad table name (want PREFIX.name of letters, digits, '.', '_' "
+                        "and '-', no '..', at most 200 chars)");
   }
   return "/" + name;
 }

@@ -220,7 +220,8 @@ bool TableCore::readRecord(Slot slot, Word* key, Word* value) {
       auto const now = std::chrono::steady_clock::now();
       if (giveUp == std::chrono::steady_clock::time_point{}) giveUp = now + busySlotLimit;
       if (now > giveUp) {
-        corrupt("slot " + std::to_string(slot) + " stays busy while its writer lives: table busy "
+        corrupt("slot " + std::to_string(slot) +
+                " stays busy while its writer lives: table busy "
                 "or corrupt");
       }
       ::sched_yield();

@@ -83,19 +83,19 @@ class TableEntity : public Vel::Entity {
 // Like the Vel accessor blocks, the line declares nothing about access: the accessors and the
 // storage land in the section the line is written in, and only the declaring class can change the
 // storage.
-#define VELKELP_COLLECTION(name, Name, Key, Value)                                           \
-  VEL_OWNER_DECL_(name)                                                                     \
-  using Name##Coll = ::VelKelp::Collection<Key, Value>;                                     \
-  ::VelKelp::OwnedCollection<VEL_OWNER_(name), Key, Value> name##_{                          \
-      collectionTableName(#name),                                                           \
-      [this](Key const& k) {                                                                \
-        this->template notify<NotifieeConst>([&k](NotifieeConst& n) { n.on##Name(k); });    \
-      },                                                                                    \
+#define VELKELP_COLLECTION(name, Name, Key, Value)                                               \
+  VEL_OWNER_DECL_(name)                                                                          \
+  using Name##Coll = ::VelKelp::Collection<Key, Value>;                                          \
+  ::VelKelp::OwnedCollection<VEL_OWNER_(name), Key, Value> name##_{                              \
+      collectionTableName(#name),                                                                \
+      [this](Key const& k) {                                                                     \
+        this->template notify<NotifieeConst>([&k](NotifieeConst& n) { n.on##Name(k); });         \
+      },                                                                                         \
       [this] { this->template notify<NotifieeConst>([](NotifieeConst& n) { n.on##Name(); }); }}; \
-  Value name(Key const& k) const { return name##_.get(k); }                                 \
-  Name##Coll const& name##Coll() const { return name##_.coll(); }                           \
-  std::size_t name##s() const { return name##_.count(); }                                   \
-  bool name##IsMemberOf(Key const& k) const { return name##_.isMemberOf(k); }               \
-  void name##Is(Key const& k, Value const& v) { name##_.write(k, v); }                      \
-  bool name##Del(Key const& k) { return name##_.remove(k); }                                \
+  Value name(Key const& k) const { return name##_.get(k); }                                      \
+  Name##Coll const& name##Coll() const { return name##_.coll(); }                                \
+  std::size_t name##s() const { return name##_.count(); }                                        \
+  bool name##IsMemberOf(Key const& k) const { return name##_.isMemberOf(k); }                    \
+  void name##Is(Key const& k, Value const& v) { name##_.write(k, v); }                           \
+  bool name##Del(Key const& k) { return name##_.remove(k); }                                     \
   void name##DelAll() { name##_.removeAll(); }

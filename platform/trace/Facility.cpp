@@ -83,7 +83,8 @@ class LevelRegistry {
     char const* value = std::getenv(variable);
     if (value == nullptr) return;
     auto const parsed = parseLevelSettings(value);
-    for (auto const& error : parsed.errors) std::fprintf(stderr, "%s: %s\n", variable, error.c_str());
+    for (auto const& error : parsed.errors)
+      std::fprintf(stderr, "%s: %s\n", variable, error.c_str());
     for (auto const& s : parsed.settings) {
       if (s.facility == "*") {
         defaults_[kind] = s.level;

@@ -15,8 +15,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -326,10 +326,14 @@ std::optional<std::size_t> parseFileBytes(std::string_view text) {
   if (ec != std::errc() || end == text.data()) return std::nullopt;
   std::string_view const suffix(end, static_cast<std::size_t>(text.data() + text.size() - end));
   unsigned shift = 0;
-  if (suffix == "K") shift = 10;
-  else if (suffix == "M") shift = 20;
-  else if (suffix == "G") shift = 30;
-  else if (!suffix.empty()) return std::nullopt;
+  if (suffix == "K")
+    shift = 10;
+  else if (suffix == "M")
+    shift = 20;
+  else if (suffix == "G")
+    shift = 30;
+  else if (!suffix.empty())
+    return std::nullopt;
   constexpr std::uint64_t maxBytes = std::uint64_t(64) << 30;
   if (n > (maxBytes >> shift)) return std::nullopt;
   n <<= shift;

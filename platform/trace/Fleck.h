@@ -16,8 +16,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <string>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "platform/trace/Clock.h"

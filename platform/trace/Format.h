@@ -62,7 +62,9 @@ concept NumberLike = requires(T const& v) {
 // Types with a cheaper text than streaming offer `void traceAppend(std::string&, T const&)`,
 // found by argument-dependent lookup, writing exactly what operator<< writes.
 template <class T>
-concept Appendable = requires(std::string& out, T const& v) { traceAppend(out, v); };
+concept Appendable = requires(std::string& out, T const& v) {
+  traceAppend(out, v);
+};
 
 void appendNumber(std::string& out, std::int64_t v);
 void appendNumber(std::string& out, std::uint64_t v);

@@ -24,10 +24,14 @@ void checkExisting(int fd, std::string const& path) {
   struct stat st {};
   if (::fstat(fd, &st) != 0) refuse(path, std::strerror(errno));
   std::string why;
-  if (!S_ISREG(st.st_mode)) why = "not a regular file";
-  else if (st.st_uid != ::geteuid()) why = "owned by another user";
-  else if (st.st_nlink != 1) why = "has other links";
-  else if (::fchmod(fd, S_IRUSR | S_IWUSR) != 0) why = std::strerror(errno);
+  if (!S_ISREG(st.st_mode))
+    why = "not a regular file";
+  else if (st.st_uid != ::geteuid())
+    why = "owned by another user";
+  else if (st.st_nlink != 1)
+    why = "has other links";
+  else if (::fchmod(fd, S_IRUSR | S_IWUSR) != 0)
+    why = std::strerror(errno);
   if (why.empty()) return;
   ::close(fd);
   refuse(path, why);

@@ -20,7 +20,7 @@ namespace Vel {
 
 }  // namespace Vel
 
-#define VEL_ASSERT(cond)                                                                  \
-  ((cond) ? static_cast<void>(0)                                                          \
+#define VEL_ASSERT(cond)                                                                      \
+  ((cond) ? static_cast<void>(0)                                                              \
           : ::Vel::assertionFailed(#cond, velSourceFile ? velSourceFile : __FILE__, __LINE__, \
                                    __PRETTY_FUNCTION__))

@@ -175,26 +175,26 @@ class ScalarAttr {
 // in. The storage member (name_) lands there too; it is safe in a public section because only
 // the declaring class may change it.
 
-#define VEL_SCALAR(name, Name, Type, initial)                                      \
-  VEL_OWNER_DECL_(name)                                                           \
-  ::Vel::ScalarAttr<VEL_OWNER_(name), Type> name##_{initial};                     \
-  Type const& name() const { return name##_.get(); }                              \
-  void name##Is(Type const& v) {                                                  \
-    name##_.set(v, [this] {                                                       \
+#define VEL_SCALAR(name, Name, Type, initial)                                       \
+  VEL_OWNER_DECL_(name)                                                             \
+  ::Vel::ScalarAttr<VEL_OWNER_(name), Type> name##_{initial};                       \
+  Type const& name() const { return name##_.get(); }                                \
+  void name##Is(Type const& v) {                                                    \
+    name##_.set(v, [this] {                                                         \
       this->template notify<NotifieeConst>([](NotifieeConst& n) { n.on##Name(); }); \
-    });                                                                           \
+    });                                                                             \
   }
 
 // How a collection tells its watchers about a key: entities notify their NotifieeConst; a
 // machine's internal collections notify nothing (nothing watches them).
-#define VEL_NOTIFY_KEY_(Name)                                                              \
-  [this](auto const& key) {                                                                \
-    this->template notify<NotifieeConst>([&key](NotifieeConst& n) { n.on##Name(key); });   \
+#define VEL_NOTIFY_KEY_(Name)                                                            \
+  [this](auto const& key) {                                                              \
+    this->template notify<NotifieeConst>([&key](NotifieeConst& n) { n.on##Name(key); }); \
   }
 #define VEL_NOTIFY_NOTHING_(Name) ::Vel::NoNotification()
 
 // Shared by every collection: count, membership, iteration, delete and delete-all.
-#define VEL_COLLECTION_COMMON_(name, Name, Key, NOTIFY)                        \
+#define VEL_COLLECTION_COMMON_(name, Name, Key, NOTIFY)                       \
   Name##Coll name##_;                                                         \
   Name##Coll const& name##Coll() const { return name##_; }                    \
   std::size_t name##s() const { return name##_.count(); }                     \
@@ -203,19 +203,19 @@ class ScalarAttr {
   void name##DelAll() { name##_.eraseAll(NOTIFY(Name)); }
 
 #define VEL_VALUE_COLLECTION_(name, Name, Key, Value, NOTIFY)                         \
-  VEL_OWNER_DECL_(name)                                                              \
-  using Name##Coll = ::Vel::ValueCollection<Key, Value, VEL_OWNER_(name)>;           \
-  VEL_COLLECTION_COMMON_(name, Name, Key, NOTIFY)                                    \
-  Value name(Key const& k) const { return name##_.get(k); }                          \
+  VEL_OWNER_DECL_(name)                                                               \
+  using Name##Coll = ::Vel::ValueCollection<Key, Value, VEL_OWNER_(name)>;            \
+  VEL_COLLECTION_COMMON_(name, Name, Key, NOTIFY)                                     \
+  Value name(Key const& k) const { return name##_.get(k); }                           \
   ::Vel::MemberPtr<Value> name##Find(Key const& k) { return name##_.findMutable(k); } \
   void name##Is(Key const& k, Value const& v) { name##_.set(k, v, NOTIFY(Name)); }
 
-#define VEL_ENTITY_COLLECTION_(name, Name, Key, Type, NOTIFY)                   \
-  VEL_OWNER_DECL_(name)                                                        \
-  using Name##Coll = ::Vel::EntityCollection<Key, Type, VEL_OWNER_(name)>;     \
-  VEL_COLLECTION_COMMON_(name, Name, Key, NOTIFY)                              \
-  ::Vel::Ptr<Type const> name(Key const& k) const { return name##_.get(k); }   \
-  ::Vel::Ptr<Type> name(Key const& k) { return name##_.get(k); }               \
+#define VEL_ENTITY_COLLECTION_(name, Name, Key, Type, NOTIFY)                \
+  VEL_OWNER_DECL_(name)                                                      \
+  using Name##Coll = ::Vel::EntityCollection<Key, Type, VEL_OWNER_(name)>;   \
+  VEL_COLLECTION_COMMON_(name, Name, Key, NOTIFY)                            \
+  ::Vel::Ptr<Type const> name(Key const& k) const { return name##_.get(k); } \
+  ::Vel::Ptr<Type> name(Key const& k) { return name##_.get(k); }             \
   ::Vel::Ptr<Type> name##Is(Key const& k) { return name##_.findOrCreate(k, NOTIFY(Name)); }
 
 #define VEL_VALUE_COLLECTION(name, Name, Key, Value) \

@@ -31,8 +31,8 @@ class MemberPtr {
   MemberPtr(T* p, ChangeCount const* changes)
       : p_(p), changes_(changes), taken_(changes ? *changes : 0) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  MemberPtr(MemberPtr<U> const& o) : p_(o.p_), changes_(o.changes_), taken_(o.taken_) {}
+  requires std::is_convertible_v<U*, T*> MemberPtr(MemberPtr<U> const& o)
+      : p_(o.p_), changes_(o.changes_), taken_(o.taken_) {}
 
   T& operator*() const { return *checked(); }
   T* operator->() const { return checked(); }

@@ -33,9 +33,9 @@ struct OwnerIs {
 
 }  // namespace Vel::detail
 
-#define VEL_OWNER_DECL_(name)                                                            \
-  struct name##VelOwnerTag_;                                                             \
-  auto name##VelOwner_()->decltype(                                                      \
+#define VEL_OWNER_DECL_(name)                                                              \
+  struct name##VelOwnerTag_;                                                               \
+  auto name##VelOwner_()->decltype(                                                        \
       ::Vel::detail::OwnerIs<name##VelOwnerTag_, std::remove_pointer_t<decltype(this)>>{}, \
       void());
 #define VEL_OWNER_(name) \

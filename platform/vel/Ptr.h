@@ -50,8 +50,7 @@ class Ptr {
   Ptr(Ptr const& o) : p_(o.p_) { acquire(); }
   Ptr(Ptr&& o) noexcept : p_(o.p_) { o.p_ = nullptr; }
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U> const& o) : p_(o.ptr()) { acquire(); }
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U> const& o) : p_(o.ptr()) { acquire(); }
   ~Ptr() { release(); }
 
   Ptr& operator=(Ptr const& o) {

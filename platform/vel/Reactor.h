@@ -84,14 +84,14 @@ void followMember(bool presentInInput, CreateFn&& create, HandleFn&& handle, Del
 }  // namespace Vel
 
 // Like the accessor blocks of Collection.h, it leaves access as it found it.
-#define VEL_REACTOR_COLLECTION(attr, Key, Reactor, Member)                                   \
-  VEL_OWNER_DECL_(attr)                                                                     \
-  ::Vel::ReactorCollection<Key, Reactor, VEL_OWNER_(attr)> attr##_;                         \
-  Reactor* attr(Key const& k) const { return attr##_.get(k); }                              \
-  std::size_t attr##s() const { return attr##_.count(); }                                   \
-  auto const& attr##Coll() const { return attr##_; }                                        \
-  Reactor* attr##Is(::Vel::Ptr<Member const> const& member) {                               \
-    return attr##_.findOrCreate(member, this, #attr);                                       \
-  }                                                                                         \
-  void attr##Del(Key const& k) { attr##_.erase(k); }                                        \
+#define VEL_REACTOR_COLLECTION(attr, Key, Reactor, Member)          \
+  VEL_OWNER_DECL_(attr)                                             \
+  ::Vel::ReactorCollection<Key, Reactor, VEL_OWNER_(attr)> attr##_; \
+  Reactor* attr(Key const& k) const { return attr##_.get(k); }      \
+  std::size_t attr##s() const { return attr##_.count(); }           \
+  auto const& attr##Coll() const { return attr##_; }                \
+  Reactor* attr##Is(::Vel::Ptr<Member const> const& member) {       \
+    return attr##_.findOrCreate(member, this, #attr);               \
+  }                                                                 \
+  void attr##Del(Key const& k) { attr##_.erase(k); }                \
   void attr##DelAll() { attr##_.clear(); }

@@ -59,18 +59,18 @@ class Described {
 
 // Inside a class body, in a public section (the registry and the text form read it): its
 // registered name and attribute names.
-#define VEL_TYPE_INFO(typeNameText, ...)                              \
-  static ::Vel::TypeInfo const& staticTypeInfo() {                   \
-    static ::Vel::TypeInfo const info(typeNameText, {__VA_ARGS__});  \
-    return info;                                                     \
+#define VEL_TYPE_INFO(typeNameText, ...)                            \
+  static ::Vel::TypeInfo const& staticTypeInfo() {                  \
+    static ::Vel::TypeInfo const info(typeNameText, {__VA_ARGS__}); \
+    return info;                                                    \
   }
 
 // The same for a Described class (entities, machines, reactors).
-#define VEL_DESCRIBE(typeNameText, ...)          \
-  VEL_TYPE_INFO(typeNameText, __VA_ARGS__)       \
+#define VEL_DESCRIBE(typeNameText, ...)    \
+  VEL_TYPE_INFO(typeNameText, __VA_ARGS__) \
   ::Vel::TypeInfo const& typeInfo() const override { return staticTypeInfo(); }
 
 // At namespace scope in one .cpp file: put the type in the registry.
-#define VEL_REGISTER_TYPE(T)                                   \
-  static bool const velRegistered_##T [[maybe_unused]] =       \
+#define VEL_REGISTER_TYPE(T)                             \
+  static bool const velRegistered_##T [[maybe_unused]] = \
       ::Vel::TypeRegistry::add(T::staticTypeInfo())

@@ -38,7 +38,8 @@ inline std::set<std::string> render(L2Rib::FloodSetOutput const& out) {
 }
 
 // The input restricted to one destination type, without flood sets or VLANs left empty.
-inline std::set<std::string> renderRestricted(L2Rib::FloodSetOutput const& in, L2Rib::DestType type) {
+inline std::set<std::string> renderRestricted(L2Rib::FloodSetOutput const& in,
+                                              L2Rib::DestType type) {
   std::set<std::string> lines;
   lines.insert("source " + std::to_string(in.source()));
   for (auto [v, vlanFloodSet] : in.vlanFloodSetColl()) {

@@ -60,8 +60,8 @@ struct MacFecRig {
 
   void dest(uint64_t id, uint64_t tunnel) {
     L2Rib::DestId const destId(id);
-    dests->destIs(destId, L2Rib::Dest::tunnel(destId, Gantry::IntfId(Gantry::IntfId::Kind::tunnel,
-                                                                      tunnel)));
+    dests->destIs(
+        destId, L2Rib::Dest::tunnel(destId, Gantry::IntfId(Gantry::IntfId::Kind::tunnel, tunnel)));
     settle();
   }
   void destDel(uint64_t id) {

@@ -190,7 +190,17 @@ class HardwareModel : public NoxHelper::EsiFilteringDecapHelperStub {
   bool consistent = true;
 };
 
-enum DecapOp { routeSet, routeDel, viaSetSet, viaSetDel, filterSet, filterDel, codeSet, runOp, ops };
+enum DecapOp {
+  routeSet,
+  routeDel,
+  viaSetSet,
+  viaSetDel,
+  filterSet,
+  filterDel,
+  codeSet,
+  runOp,
+  ops
+};
 
 // The interface a route filters on by its first via, if any.
 std::optional<Gantry::IntfId> filteredIntf(Mpls::LfibStatus const& lfib, Mpls::RouteKey key) {
@@ -203,8 +213,7 @@ std::optional<Gantry::IntfId> filteredIntf(Mpls::LfibStatus const& lfib, Mpls::R
 
 }  // namespace
 
-RC_GTEST_PROP(DecapProperty, SettledPortMapsGoToOneFilteringRouteAndListTheOthersAsConflicts,
-              ()) {
+RC_GTEST_PROP(DecapProperty, SettledPortMapsGoToOneFilteringRouteAndListTheOthersAsConflicts, ()) {
   // Full-size choices from the first run on (inRange scales with the run's size), and long
   // enough sequences that routes come and go on shared interfaces.
   auto const length = *rc::gen::resize(rc::kNominalSize, rc::gen::inRange<std::size_t>(10, 80));
@@ -214,11 +223,11 @@ RC_GTEST_PROP(DecapProperty, SettledPortMapsGoToOneFilteringRouteAndListTheOther
                                              rc::gen::inRange(0, 3), rc::gen::inRange(0, 3))));
   NoxTest::DecapWorld w;
   Vel::Ptr<HardwareModel> hardware = new HardwareModel;
-  auto const sm = Nox::esiFilteringDecapSmFactory(hardware, w.lfib, w.scheduler, w.tracking,
-                                                  w.hwStatus);
-  static constexpr Mpls::LfibHwProgrammingReturnCode codes[] = {
-      Mpls::lfibHwProgrammingSuccess, Mpls::lfibHwProgrammingNoResource,
-      Mpls::lfibHwProgrammingBusy};
+  auto const sm =
+      Nox::esiFilteringDecapSmFactory(hardware, w.lfib, w.scheduler, w.tracking, w.hwStatus);
+  static constexpr Mpls::LfibHwProgrammingReturnCode codes[] = {Mpls::lfibHwProgrammingSuccess,
+                                                                Mpls::lfibHwProgrammingNoResource,
+                                                                Mpls::lfibHwProgrammingBusy};
   auto const touchAll = [&w] {
     for (auto const& entry : w.lfib->routeColl()) w.tracking->routeKeyBacklogIs(entry.key, true);
   };
@@ -226,18 +235,36 @@ RC_GTEST_PROP(DecapProperty, SettledPortMapsGoToOneFilteringRouteAndListTheOther
     uint32_t const label = 100 + a;
     switch (op) {
       // Via set 0 would make the route read as the default, missing one.
-      case routeSet: w.route(label, b + 1); w.touch(label); break;
-      case routeDel: if (w.lfib->routeDel(routeKey(label))) w.touch(label); break;
+      case routeSet:
+        w.route(label, b + 1);
+        w.touch(label);
+        break;
+      case routeDel:
+        if (w.lfib->routeDel(routeKey(label))) w.touch(label);
+        break;
       // The first via filters; the later ones are of another type and never count.
       case viaSetSet:
         w.viaSet(b + 1, {filterVia(c), Mpls::LfibViaKey(Mpls::LfibViaType(5), a)});
         touchAll();
         break;
-      case viaSetDel: w.lfib->viaSetDel(Mpls::LfibViaSetKey(b + 1)); touchAll(); break;
-      case filterSet: w.filter(b, ("Ethernet" + std::to_string(c)).c_str()); touchAll(); break;
-      case filterDel: w.lfib->evpnEthernetSegmentFilterViaDel(filterVia(b)); touchAll(); break;
-      case codeSet: hardware->createEsiPortMapRcIs(codes[c]); break;
-      case runOp: w.scheduler->advanceBy(2.0 * a); break;
+      case viaSetDel:
+        w.lfib->viaSetDel(Mpls::LfibViaSetKey(b + 1));
+        touchAll();
+        break;
+      case filterSet:
+        w.filter(b, ("Ethernet" + std::to_string(c)).c_str());
+        touchAll();
+        break;
+      case filterDel:
+        w.lfib->evpnEthernetSegmentFilterViaDel(filterVia(b));
+        touchAll();
+        break;
+      case codeSet:
+        hardware->createEsiPortMapRcIs(codes[c]);
+        break;
+      case runOp:
+        w.scheduler->advanceBy(2.0 * a);
+        break;
     }
   }
   hardware->createEsiPortMapRcIs(Mpls::lfibHwProgrammingSuccess);
@@ -251,7 +278,8 @@ RC_GTEST_PROP(DecapProperty, SettledPortMapsGoToOneFilteringRouteAndListTheOther
   RC_ASSERT(recorded == hardware->maps);
   for (auto const& entry : w.lfib->routeColl()) {
     auto const intf = filteredIntf(*w.lfib, entry.key);
-    bool const owner = intf && hardware->maps.count(*intf) && hardware->maps[*intf] == entry.key.label();
+    bool const owner =
+        intf && hardware->maps.count(*intf) && hardware->maps[*intf] == entry.key.label();
     if (!intf || owner) {
       RC_ASSERT(!w.hwStatus->unprogrammedRouteIsMemberOf(entry.key));
     } else {

@@ -9,12 +9,12 @@ namespace {
 
 using Lines = std::set<std::string>;
 using Texts = std::vector<std::string>;
-using NoxTest::dest;
-using NoxTest::mac;
-using NoxTest::vlan;
 using Nox::FecId;
 using Nox::HwTunnelId;
 using Nox::TunnelId;
+using NoxTest::dest;
+using NoxTest::mac;
+using NoxTest::vlan;
 
 Nox::MplsFloodSetVia via(uint64_t tunnel, uint32_t label) {
   return Nox::MplsFloodSetVia(TunnelId(tunnel), Gantry::MplsLabel(label));
@@ -97,7 +97,8 @@ TEST_F(FloodSetFecSmTest, SharedViaKeepsOneFecAndItsIdLivesUntilTheResponseIsWit
   in->vlanFloodSetDel(vlan(20));
   EXPECT_TRUE(published().contains("request 12:0"));
   floodSet(10, 1)->destSetDel(dest("mpls/1/Tunnel5/1000"));
-  EXPECT_EQ(traced().back(), "     mplsFloodSetFecRequest removed: (tunnelId: 5 label: 1000 fecId: 12:0)");
+  EXPECT_EQ(traced().back(),
+            "     mplsFloodSetFecRequest removed: (tunnelId: 5 label: 1000 fecId: 12:0)");
   EXPECT_TRUE(published().contains("hwinfo 5 1000 hwId=100000 l2Intf=L2Intf7"));
 
   // Wanted again before the programmer let go: the same FEC id comes back.
@@ -106,7 +107,8 @@ TEST_F(FloodSetFecSmTest, SharedViaKeepsOneFecAndItsIdLivesUntilTheResponseIsWit
   floodSet(10, 1)->destSetDel(dest("mpls/1/Tunnel5/1000"));
   traced();
   withdraw(0);
-  EXPECT_EQ(traced(), (Texts{" delete hwInfo for tunnelId: 5 label: 1000", "   Deleting fecId: 12:0"}));
+  EXPECT_EQ(traced(),
+            (Texts{" delete hwInfo for tunnelId: 5 label: 1000", "   Deleting fecId: 12:0"}));
   EXPECT_EQ(published(), (Lines{"fec 12:1 via[0] label=2000 tunnel=5", "request 12:1"}));
   EXPECT_FALSE(sm->fecIdCacheIsMemberOf(fecId(0)));
   EXPECT_FALSE(sm->mplsFloodSetViaCacheIsMemberOf(via(5, 1000)));
@@ -125,8 +127,8 @@ TEST_F(FloodSetFecSmTest, FecIsHeldWhileTheHardwareStillProgramsAFloodSetWithIts
   // A new hardware tunnel id replaces the configuration by one of the same via: still held.
   Nox::MplsDestConfig const replaced(TunnelId(5), Gantry::MplsLabel(1000), HwTunnelId(501), 0,
                                      Gantry::IntfId());
-  hwStatus->status(Bridging::MacVlanPair(mac(1), vlan(10)))->mplsDestStatusIs(replaced,
-                                                                             Nox::programmed);
+  hwStatus->status(Bridging::MacVlanPair(mac(1), vlan(10)))
+      ->mplsDestStatusIs(replaced, Nox::programmed);
   status(10, 1, via(5, 1000), Nox::notProgrammed);
   traced();
   floodSet(10, 1)->destSetDel(dest("mpls/1/Tunnel5/1000"));

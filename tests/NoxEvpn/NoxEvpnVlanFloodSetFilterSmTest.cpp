@@ -54,7 +54,8 @@ TEST_F(FilterTest, OnlyMatchingDestinationsPassAndOtherTypesCreateNoOutput) {
   floodSet(20, 2)->destSetIs(dest("intf/6/Ethernet2"), true);
   EXPECT_EQ(out->vlanFloodSets(), 0u);
   fs->destSetIs(dest("mpls/3/Tunnel5/1000"), false);
-  EXPECT_EQ(render(*out), (Lines{"source 0", "10 00:00:00:00:00:01 mpls/3/Tunnel5/1000 flag=false type=0"}));
+  EXPECT_EQ(render(*out),
+            (Lines{"source 0", "10 00:00:00:00:00:01 mpls/3/Tunnel5/1000 flag=false type=0"}));
 }
 
 TEST_F(FilterTest, LosingTheLastMatchingDestinationRemovesFloodSetAndEmptyVlan) {
@@ -65,7 +66,8 @@ TEST_F(FilterTest, LosingTheLastMatchingDestinationRemovesFloodSetAndEmptyVlan) 
   auto other = floodSet(10, 2);
   other->destSetIs(dest("mpls/4/Tunnel5/1001"), true);
   fs->destSetDel(dest("mpls/3/Tunnel5/1000"));
-  EXPECT_EQ(render(*out), (Lines{"source 0", "10 00:00:00:00:00:02 mpls/4/Tunnel5/1001 flag=true type=0"}));
+  EXPECT_EQ(render(*out),
+            (Lines{"source 0", "10 00:00:00:00:00:02 mpls/4/Tunnel5/1001 flag=true type=0"}));
   other->destSetDel(dest("mpls/4/Tunnel5/1001"));
   EXPECT_EQ(out->vlanFloodSets(), 0u);
 }
@@ -76,8 +78,9 @@ TEST_F(FilterTest, RemovingMacsAndVlansRemovesTheirOutput) {
   floodSet(10, 2)->destSetIs(dest("mpls/2/Tunnel5/1000"), true);
   floodSet(20, 1)->destSetIs(dest("mpls/3/Tunnel5/1000"), true);
   in->vlanFloodSet(vlan(10))->floodSetDel(mac(1));
-  EXPECT_EQ(render(*out), (Lines{"source 0", "10 00:00:00:00:00:02 mpls/2/Tunnel5/1000 flag=true type=0",
-                                 "20 00:00:00:00:00:01 mpls/3/Tunnel5/1000 flag=true type=0"}));
+  EXPECT_EQ(render(*out),
+            (Lines{"source 0", "10 00:00:00:00:00:02 mpls/2/Tunnel5/1000 flag=true type=0",
+                   "20 00:00:00:00:00:01 mpls/3/Tunnel5/1000 flag=true type=0"}));
   in->vlanFloodSet(vlan(10))->floodSetDel(mac(2));
   EXPECT_FALSE(out->vlanFloodSetIsMemberOf(vlan(10)));
   in->vlanFloodSetDel(vlan(20));
@@ -97,7 +100,8 @@ TEST_F(FilterTest, SourceFlagAndTypeFollowTheInput) {
   in->sourceIs(8);
   fs->destSetIs(dest("mpls/1/Tunnel5/1000"), false);
   fs->floodSetTypeIs(L2Rib::FloodSetType{2});
-  EXPECT_EQ(render(*out), (Lines{"source 8", "10 00:00:00:00:00:01 mpls/1/Tunnel5/1000 flag=false type=2"}));
+  EXPECT_EQ(render(*out),
+            (Lines{"source 8", "10 00:00:00:00:00:01 mpls/1/Tunnel5/1000 flag=false type=2"}));
 }
 
 TEST_F(FilterTest, StoppedMachineLeavesItsOutputAndARestartOnlyAdds) {
@@ -108,8 +112,9 @@ TEST_F(FilterTest, StoppedMachineLeavesItsOutputAndARestartOnlyAdds) {
   floodSet(10, 2)->destSetIs(dest("mpls/2/Tunnel6/1000"), true);
   EXPECT_EQ(out->vlanFloodSet(vlan(10))->floodSets(), 1u);
   start();
-  EXPECT_EQ(render(*out), (Lines{"source 0", "10 00:00:00:00:00:01 mpls/1/Tunnel5/1000 flag=true type=0",
-                                 "10 00:00:00:00:00:02 mpls/2/Tunnel6/1000 flag=true type=0"}));
+  EXPECT_EQ(render(*out),
+            (Lines{"source 0", "10 00:00:00:00:00:01 mpls/1/Tunnel5/1000 flag=true type=0",
+                   "10 00:00:00:00:00:02 mpls/2/Tunnel6/1000 flag=true type=0"}));
 }
 
 TEST_F(FilterTest, NullReactorMembersRaiseTheRangeErrorAndChangeNothing) {
@@ -138,8 +143,7 @@ TEST_F(FilterTraceTest, AddingAndRemovingADestinationTracesEveryStep) {
   start();
   EXPECT_EQ(traced(), (Texts{"handleInitialized "}));
   floodSet(10, 1)->destSetIs(dest("mpls/3/Tunnel5/1000"), true);
-  EXPECT_EQ(traced(), (Texts{"handleVlanFloodSet vlan: 10",
-                             " processVlanFloodSet vlan: 10",
+  EXPECT_EQ(traced(), (Texts{"handleVlanFloodSet vlan: 10", " processVlanFloodSet vlan: 10",
                              "handleFloodSet vlan: 10 mac: 00:00:00:00:00:01",
                              "  processFloodSet vlan: 10 mac: 00:00:00:00:00:01",
                              "handleDestSet vlan: 10 mac: 00:00:00:00:00:01 dest: 3",

@@ -28,11 +28,11 @@ namespace {
 using Internals = Vel::Internals<Nox::EvpnVlanFloodSetSm>;
 
 using Lines = std::set<std::string>;
+using Nox::HwTunnelId;
+using Nox::TunnelId;
 using NoxTest::dest;
 using NoxTest::mac;
 using NoxTest::vlan;
-using Nox::HwTunnelId;
-using Nox::TunnelId;
 
 // Hardware configuration as lines "VLAN MAC tunnel=T label=L hwTunnelId=H hwId=X l2Intf=I".
 Lines render(Nox::EvpnVlanFloodSetHwConfig const& hw) {
@@ -66,9 +66,7 @@ Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> readyTunnelTable(char const* name) {
 
 class FloodSetSmTest : public ::testing::Test {
  protected:
-  void start() {
-    sm = Nox::evpnVlanFloodSetSmFactory(in, tunnels, hwInfos, hwConfig, hwStatus);
-  }
+  void start() { sm = Nox::evpnVlanFloodSetSmFactory(in, tunnels, hwInfos, hwConfig, hwStatus); }
   Vel::Ptr<L2Rib::FloodSet> floodSet(uint16_t v, uint64_t m) {
     return in->vlanFloodSetIs(vlan(v))->floodSetIs(mac(m));
   }
@@ -94,8 +92,10 @@ TEST_F(FloodSetSmTest, DestinationWaitsForItsViaThenIsPublishedAndWithdrawnWithI
   hwInfos->mappingIs(via(5, 2000), hwInfo(1, "L2Intf1"));  // another via of the same tunnel
   EXPECT_EQ(traced(), (Texts{" hwId is not ready "}));
   hwInfos->mappingIs(via(5, 1000), hwInfo(70001, "L2Intf101"));
-  EXPECT_EQ(render(*hwConfig),
-            (Lines{"100 00:00:00:00:01:00 tunnel=5 label=1000 hwTunnelId=0 hwId=70001 l2Intf=L2Intf101"}));
+  EXPECT_EQ(
+      render(*hwConfig),
+      (Lines{
+          "100 00:00:00:00:01:00 tunnel=5 label=1000 hwTunnelId=0 hwId=70001 l2Intf=L2Intf101"}));
   EXPECT_EQ(traced(), (Texts{"   add hardware config: tunnelId: 5 label: 1000 hwTunnelId: 0 "
                              "hwId: 70001 l2IntfId: L2Intf101"}));
   hwInfos->mappingDel(via(5, 1000));
@@ -105,8 +105,10 @@ TEST_F(FloodSetSmTest, DestinationWaitsForItsViaThenIsPublishedAndWithdrawnWithI
                              "hwId: 70001 l2IntfId: L2Intf101"}));
   // Still waiting: the via's return publishes it again.
   hwInfos->mappingIs(via(5, 1000), hwInfo(70002, "L2Intf102"));
-  EXPECT_EQ(render(*hwConfig),
-            (Lines{"100 00:00:00:00:01:00 tunnel=5 label=1000 hwTunnelId=0 hwId=70002 l2Intf=L2Intf102"}));
+  EXPECT_EQ(
+      render(*hwConfig),
+      (Lines{
+          "100 00:00:00:00:01:00 tunnel=5 label=1000 hwTunnelId=0 hwId=70002 l2Intf=L2Intf102"}));
 }
 
 TEST_F(FloodSetSmTest, HardwareTunnelIdChangeUpdatesConfigsWithoutEmptyingThePair) {
@@ -158,8 +160,9 @@ TEST_F(FloodSetSmTest, WatcherWithdrawingTheViaDuringAnUpdateLeavesNothingPublis
 
   // The destination waits for its via as any other and is published when it comes back.
   hwInfos->mappingIs(via(5, 1000), hwInfo(3, "L2Intf3"));
-  EXPECT_EQ(render(*hwConfig),
-            (Lines{"100 00:00:00:00:01:00 tunnel=5 label=1000 hwTunnelId=0 hwId=3 l2Intf=L2Intf3"}));
+  EXPECT_EQ(
+      render(*hwConfig),
+      (Lines{"100 00:00:00:00:01:00 tunnel=5 label=1000 hwTunnelId=0 hwId=3 l2Intf=L2Intf3"}));
 }
 
 // While its writer rebuilds the tunnel table the machine neither reads it nor follows it, and
@@ -193,10 +196,11 @@ TEST_F(FloodSetSmTest, RenotifiedUnchangedDestinationWritesNothing) {
   start();
   traced();
   fs->destSetIs(dest("mpls/1/Tunnel5/3"), false);  // a flag change notifies the destination
-  EXPECT_EQ(traced(), (Texts{"   add entry to internal mappings",
-                             "   no change in hardware config, skip Value('Nox::MplsDestConfig', ** "
-                             "{'tunnelId': 5, 'label': imp-null(3), 'hwTunnelId': 0, "
-                             "'hwIdForTunnelProgramming': 7, 'l2IntfId': L2Intf7})"}));
+  EXPECT_EQ(traced(),
+            (Texts{"   add entry to internal mappings",
+                   "   no change in hardware config, skip Value('Nox::MplsDestConfig', ** "
+                   "{'tunnelId': 5, 'label': imp-null(3), 'hwTunnelId': 0, "
+                   "'hwIdForTunnelProgramming': 7, 'l2IntfId': L2Intf7})"}));
 }
 
 TEST_F(FloodSetSmTest, DepartingFloodSetsAndVlansRetractEveryConfigAndMapping) {
@@ -222,8 +226,8 @@ TEST_F(FloodSetSmTest, DepartingFloodSetsAndVlansRetractEveryConfigAndMapping) {
 
 TEST_F(FloodSetSmTest, StartupRemovesConfigurationsLeftByAnEarlierInstance) {
   hwConfig->configIs({mac(9), vlan(9)})
-      ->mplsDestConfigIs(Nox::MplsDestConfig(TunnelId(1), Gantry::MplsLabel(1), HwTunnelId(),
-                                             1, Gantry::IntfId("L2Intf1")),
+      ->mplsDestConfigIs(Nox::MplsDestConfig(TunnelId(1), Gantry::MplsLabel(1), HwTunnelId(), 1,
+                                             Gantry::IntfId("L2Intf1")),
                          true);
   hwInfos->mappingIs(via(5, 1000), hwInfo(1, "L2Intf1"));
   floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
@@ -242,9 +246,9 @@ TEST_F(FloodSetSmTest, StatusIsObservedAndTracedOnly) {
   status->mplsDestStatusIs(config, Nox::notProgrammed);
   status->mplsDestStatusIs(config, Nox::programmed);
   status->mplsDestStatusIs(config, Nox::invalidHwId);
-  EXPECT_EQ(traced(), (Texts{"  config is not programmed in hardware",
-                             "  config is programmed in hardware",
-                             "  config is not programmed in hardware"}));
+  EXPECT_EQ(traced(),
+            (Texts{"  config is not programmed in hardware", "  config is programmed in hardware",
+                   "  config is not programmed in hardware"}));
   EXPECT_EQ(render(*hwConfig).size(), 1u);
 }
 
@@ -289,7 +293,8 @@ TEST_P(FloodSetSmProperty, InvariantsHoldAfterEveryStep) {
   auto sm = Nox::evpnVlanFloodSetSmFactory(in, tunnels, hwInfos, hwConfig, hwStatus);
   // Destination i uses tunnel 1 + i % 3 and label 100 + i: no two share a via.
   auto destOf = [](unsigned i) {
-    return L2Rib::Dest::mpls(L2Rib::DestId(i), Gantry::IntfId(Gantry::IntfId::Kind::tunnel, 1 + i % 3),
+    return L2Rib::Dest::mpls(L2Rib::DestId(i),
+                             Gantry::IntfId(Gantry::IntfId::Kind::tunnel, 1 + i % 3),
                              Gantry::MplsLabel(100 + i));
   };
   auto expected = [&] {
@@ -321,7 +326,8 @@ TEST_P(FloodSetSmProperty, InvariantsHoldAfterEveryStep) {
         in->vlanFloodSetIs(v)->floodSetIs(m)->destSetIs(destOf(i), pick(2));
         break;
       case 3:
-        if (auto vfs = in->vlanFloodSet(v); vfs && vfs->floodSet(m)) vfs->floodSet(m)->destSetDel(destOf(i));
+        if (auto vfs = in->vlanFloodSet(v); vfs && vfs->floodSet(m))
+          vfs->floodSet(m)->destSetDel(destOf(i));
         break;
       case 4:
         if (auto vfs = in->vlanFloodSet(v)) vfs->floodSetDel(m);

@@ -59,17 +59,27 @@ class Model {
   void apply(Op const& op) {
     uint64_t const id = uint64_t(op.id);
     switch (op.kind) {
-      case 0: op.del ? rig_.destDel(id) : rig_.dest(id, uint64_t(op.picks[0] + 1)); break;
+      case 0:
+        op.del ? rig_.destDel(id) : rig_.dest(id, uint64_t(op.picks[0] + 1));
+        break;
       case 1:
         if (op.del) return rig_.labelDel(id);
         rig_.label(id, 1000 + op.picks[0],
                    id <= 3 ? destTuple(uint64_t(op.picks[0] % 3 + 1))
                            : lbTuple(uint64_t(op.picks[0] % 2 + 1)));
         break;
-      case 2: op.del ? rig_.lbDel(id) : lbSet(id, op.picks); break;
-      case 3: op.del ? rig_.hostDel(id) : rig_.host(id, pickTuple(op.picks[0] % 9)); break;
-      case 4: restart(); break;
-      default: rig_.advance(double(op.picks[0] % 12)); break;
+      case 2:
+        op.del ? rig_.lbDel(id) : lbSet(id, op.picks);
+        break;
+      case 3:
+        op.del ? rig_.hostDel(id) : rig_.host(id, pickTuple(op.picks[0] % 9));
+        break;
+      case 4:
+        restart();
+        break;
+      default:
+        rig_.advance(double(op.picks[0] % 12));
+        break;
     }
   }
 

@@ -55,9 +55,9 @@ TEST_F(MacFecTest, DeletingChainsInAnyOrderLeavesNoRequestOrMapEntryBehind) {
       ASSERT_EQ(r.hwIdLines().size(), 2u) << chainLength;
 
       std::vector<std::function<void()>> deletions = {
-          [&] { r.hostDel(1); },  [&] { r.hostDel(2); },  [&] { r.labelDel(10); },
+          [&] { r.hostDel(1); },   [&] { r.hostDel(2); }, [&] { r.labelDel(10); },
           [&] { r.labelDel(11); }, [&] { r.lbDel(20); },  [&] { r.lbDel(30); },
-          [&] { r.destDel(1); },  [&] { r.destDel(2); },  [&] { r.destDel(3); },
+          [&] { r.destDel(1); },   [&] { r.destDel(2); }, [&] { r.destDel(3); },
           [&] { r.destDel(4); }};
       std::shuffle(deletions.begin(), deletions.end(), random);
       for (auto const& deletion : deletions) deletion();
@@ -88,9 +88,9 @@ TEST_F(MacFecTest, ChainLengthThreeGivesEveryLevelAFecButRequestsOnlyTheFirst) {
   rig.dest(2, 6);
   rig.lb(20, {destTuple(1), destTuple(2)});
   rig.label(10, 1000, lbTuple(20));
-  EXPECT_EQ(rig.fecLines(), (Lines{"fec 8:0 via[0] tunnel=5 via[1] tunnel=6", "objtuple lb:20 fec=8:0",
-                                   "fec 8:1 via[0] label=1000 fec=8:0",
-                                   "objtuple label:10 fec=8:1"}));
+  EXPECT_EQ(rig.fecLines(),
+            (Lines{"fec 8:0 via[0] tunnel=5 via[1] tunnel=6", "objtuple lb:20 fec=8:0",
+                   "fec 8:1 via[0] label=1000 fec=8:0", "objtuple label:10 fec=8:1"}));
   rig.host(1, labelTuple(10));
   EXPECT_TRUE(rig.fecLines().contains("request 8:1"));
   EXPECT_FALSE(rig.fecLines().contains("request 8:0"));
@@ -112,7 +112,8 @@ TEST_F(MacFecTest, ChainLengthTwoFlattensALoadBalanceOfLabels) {
             (Lines{"fec 8:0 via[0] label=1100 tunnel=5 via[1] novia via[2] tunnel=5",
                    "objtuple lb:30 fec=8:0", "request 8:0"}));
   rig.dest(1, 7);
-  EXPECT_TRUE(rig.fecLines().contains("fec 8:0 via[0] label=1100 tunnel=7 via[1] novia via[2] tunnel=7"));
+  EXPECT_TRUE(
+      rig.fecLines().contains("fec 8:0 via[0] label=1100 tunnel=7 via[1] novia via[2] tunnel=7"));
 }
 
 TEST_F(MacFecTest, HostsBeforeTheirChainAreRequestedAtOnceAndKeepTheirFecId) {

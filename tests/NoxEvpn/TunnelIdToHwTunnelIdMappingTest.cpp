@@ -75,7 +75,8 @@ TEST_F(TunnelTableTest, LateNotifieeSeesEarlierEntriesByIterationAndOnlyLaterCha
   table->tunnelIdToHwTunnelIdIs({TunnelId(1), HwTunnelId(10)});
   Recorder late(table);
   std::vector<uint64_t> seen;
-  for (auto const& e : table->tunnelIdToHwTunnelIdColl()) seen.push_back(e.value.hwTunnelId().value());
+  for (auto const& e : table->tunnelIdToHwTunnelIdColl())
+    seen.push_back(e.value.hwTunnelId().value());
   EXPECT_EQ(seen, (std::vector<uint64_t>{10, 20}));
   EXPECT_TRUE(late.keys.empty());
   table->tunnelIdToHwTunnelIdNotifyCollection();
@@ -124,9 +125,8 @@ TEST(TunnelTablePublishedDeathTest, CorruptSegmentOnWriteIsFatalWithTheTableServ
       {
         VelKelp::publishPrefixIs(prefix);
         auto table = Nox::tunnelIdToHwTunnelIdMappingFactory("tunnelIdToHwTunnelId");
-        int const fd =
-            ::shm_open(Kelp::segmentPath(Kelp::tableName(prefix, "tunnelIdToHwTunnelId")).c_str(),
-                       O_RDWR, 0);
+        int const fd = ::shm_open(
+            Kelp::segmentPath(Kelp::tableName(prefix, "tunnelIdToHwTunnelId")).c_str(), O_RDWR, 0);
         auto* magic = static_cast<uint64_t*>(
             ::mmap(nullptr, sizeof(uint64_t), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
         *magic = 0xdeadbeef;

@@ -18,7 +18,8 @@ namespace {
 
 using namespace Noxsim;
 
-[[noreturn]] void roundTripBroken(char const* what, std::string_view input, std::string const& printed) {
+[[noreturn]] void roundTripBroken(char const* what, std::string_view input,
+                                  std::string const& printed) {
   std::fprintf(stderr, "%s: '%.*s' prints as '%s', which does not parse back to it\n", what,
                int(input.size()), input.data(), printed.c_str());
   std::abort();

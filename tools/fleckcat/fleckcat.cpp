@@ -24,10 +24,14 @@ constexpr char const* usageText =
 enum class Format { text, chrome, json };
 
 bool parseFormat(std::string const& name, Format& format) {
-  if (name == "text") format = Format::text;
-  else if (name == "chrome") format = Format::chrome;
-  else if (name == "json") format = Format::json;
-  else return false;
+  if (name == "text")
+    format = Format::text;
+  else if (name == "chrome")
+    format = Format::chrome;
+  else if (name == "json")
+    format = Format::json;
+  else
+    return false;
   return true;
 }
 

@@ -74,8 +74,9 @@ void listJson(std::string const& name, Kelp::TableInfo const& info) {
     std::cout << ",\"error\":" << q(info.error) << "}\n";
     return;
   }
-  std::cout << ",\"key_type\":" << q(info.shape.keyType) << ",\"value_type\":"
-            << q(info.shape.valueType) << ',' << statusJson(info.status) << "}\n";
+  std::cout << ",\"key_type\":" << q(info.shape.keyType)
+            << ",\"value_type\":" << q(info.shape.valueType) << ',' << statusJson(info.status)
+            << "}\n";
 }
 
 int list(std::string const& prefix) {
@@ -97,10 +98,11 @@ int list(std::string const& prefix) {
   return 0;
 }
 
-void printEntry(Kelp::RecordReader const& reader, std::string const& key, std::string const& value) {
+void printEntry(Kelp::RecordReader const& reader, std::string const& key,
+                std::string const& value) {
   if (json) {
-    std::cout << "{\"key\":" << q(reader.keyText(key)) << ",\"value\":" << q(reader.valueText(value))
-              << "}\n";
+    std::cout << "{\"key\":" << q(reader.keyText(key))
+              << ",\"value\":" << q(reader.valueText(value)) << "}\n";
   } else {
     std::cout << reader.keyText(key) << " -> " << reader.valueText(value) << '\n';
   }
@@ -108,8 +110,9 @@ void printEntry(Kelp::RecordReader const& reader, std::string const& key, std::s
 
 int dump(std::string const& table) {
   Kelp::RecordReader reader(table);
-  reader.forEach(
-      [&reader](std::string const& key, std::string const& value) { printEntry(reader, key, value); });
+  reader.forEach([&reader](std::string const& key, std::string const& value) {
+    printEntry(reader, key, value);
+  });
   return 0;
 }
 
@@ -149,12 +152,15 @@ int metrics(std::string const& prefix) {
        [](Kelp::Status const& s) -> std::uint64_t { return s.corruptionReports; }},
   };
   std::vector<std::pair<std::string, Kelp::TableInfo>> tables;
-  for (std::string const& name : Kelp::tableNames(prefix)) tables.emplace_back(name, Kelp::inspectTable(name));
+  for (std::string const& name : Kelp::tableNames(prefix))
+    tables.emplace_back(name, Kelp::inspectTable(name));
   for (Family const& f : families) {
-    std::cout << "# HELP " << f.name << ' ' << f.help << "\n# TYPE " << f.name << ' ' << f.type << '\n';
+    std::cout << "# HELP " << f.name << ' ' << f.help << "\n# TYPE " << f.name << ' ' << f.type
+              << '\n';
     for (auto const& [name, info] : tables) {
       if (info.error.empty()) {
-        std::cout << f.name << "{table=\"" << labelValue(name) << "\"} " << f.value(info.status) << '\n';
+        std::cout << f.name << "{table=\"" << labelValue(name) << "\"} " << f.value(info.status)
+                  << '\n';
       }
     }
   }
@@ -170,8 +176,8 @@ int metrics(std::string const& prefix) {
 int follow(std::string const& table, long long limit) {
   Kelp::RecordReader reader(table);
   if (json) {
-    std::cout << "{\"event\":\"following\",\"table\":" << q(table) << ",\"count\":" << reader.count()
-              << "}" << std::endl;
+    std::cout << "{\"event\":\"following\",\"table\":" << q(table)
+              << ",\"count\":" << reader.count() << "}" << std::endl;
   } else {
     std::cout << "# following " << table << ", " << reader.count() << " entries" << std::endl;
   }
@@ -183,8 +189,9 @@ int follow(std::string const& table, long long limit) {
       case Kind::write: {
         auto const value = reader.value(e.key);
         if (json) {
-          std::cout << "{\"event\":\"write\",\"key\":" << q(reader.keyText(e.key)) << ",\"value\":"
-                    << (value ? q(reader.valueText(*value)) : std::string("null")) << "}\n";
+          std::cout << "{\"event\":\"write\",\"key\":" << q(reader.keyText(e.key))
+                    << ",\"value\":" << (value ? q(reader.valueText(*value)) : std::string("null"))
+                    << "}\n";
         } else {
           std::cout << reader.keyText(e.key) << " -> "
                     << (value ? reader.valueText(*value) : std::string("(gone)")) << '\n';
@@ -212,7 +219,8 @@ int follow(std::string const& table, long long limit) {
         if (json) {
           std::cout << "{\"event\":\"status\"," << statusJson(s) << "}\n";
         } else {
-          std::cout << "# ready " << (s.ready ? "yes" : "no") << ", writer " << writerText(s) << '\n';
+          std::cout << "# ready " << (s.ready ? "yes" : "no") << ", writer " << writerText(s)
+                    << '\n';
         }
         break;
       }

@@ -18,8 +18,8 @@ Mpls::LfibHwProgrammingReturnCode DecapHelper::createEsiPortMap(Gantry::MplsLabe
 
 void DecapHelper::deleteEsiPortMap(Gantry::MplsLabel esiLabel, Gantry::IntfId intfId) {
   EsiFilteringDecapHelperStub::deleteEsiPortMap(esiLabel, intfId);
-  calls_->push_back(cat("decap deleteEsiPortMap label=", esiLabel.stringValue(),
-                        " intf=", intfId.name()));
+  calls_->push_back(
+      cat("decap deleteEsiPortMap label=", esiLabel.stringValue(), " intf=", intfId.name()));
 }
 
 MachineWiring decapMachine() {

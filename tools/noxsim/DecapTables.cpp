@@ -1,5 +1,6 @@
 // Tables of the ESI filtering decap path: the port maps decap programmed, the LFIB hardware
-// status, the LFIB (routes, via sets, filter vias), its backlog, the decap helper stub's attributes, and the LFIB itself.
+// status, the LFIB (routes, via sets, filter vias), its backlog, the decap helper stub's
+// attributes, and the LFIB itself.
 
 #include <sstream>
 
@@ -32,8 +33,8 @@ void printDecap(Sim& sim, TableLines& lines) {
 void printLfib(Sim& sim, TableLines& lines) {
   Mpls::LfibStatus const& lfib = *sim.world().lfib;
   for (auto const& entry : lfib.routeColl()) {
-    lines.entries.push_back(cat("route ", labelText(entry.key), " viaset=",
-                                entry.value.viaSetKey().value()));
+    lines.entries.push_back(
+        cat("route ", labelText(entry.key), " viaset=", entry.value.viaSetKey().value()));
   }
   for (auto const& entry : lfib.viaSetColl()) {
     lines.entries.push_back(cat("viaset ", entry.key.value(), " ", streamed(entry.value)));

@@ -152,9 +152,8 @@ std::vector<CommandEntry> fecResponseCommands(std::size_t index) {
   auto const parseDel = [index](ParseInput& in) -> Action {
     if (!in.args.countIs(1)) return {};
     auto const fecId = fecIdArg(in.args, 0);
-    return [=](Sim& sim) {
-      fecResponseDel(fecProgrammerTable()[index].response(sim.world()), fecId);
-    };
+    return
+        [=](Sim& sim) { fecResponseDel(fecProgrammerTable()[index].response(sim.world()), fecId); };
   };
   auto const parseAuto = [index](ParseInput& in) -> Action {
     if (!in.args.countIs(1)) return {};

@@ -37,8 +37,7 @@ void printFecVias(Kelp::Fib::Fec const& fec, TableLines& lines) {
 void printFecRequest(Nox::FecIdToHwFecIdRequest const& request, TableLines& lines) {
   for (auto const& entry : request.fecColl()) printFecVias(entry.value, lines);
   for (auto const& entry : request.objTupleToFecIdColl()) {
-    lines.entries.push_back(
-        cat("objtuple ", text(entry.key), " fec=", text(entry.value.fecId())));
+    lines.entries.push_back(cat("objtuple ", text(entry.key), " fec=", text(entry.value.fecId())));
   }
   for (auto const& entry : request.hwFecIdRequestColl()) {
     lines.entries.push_back(cat("request ", text(entry.key)));
@@ -67,8 +66,9 @@ std::vector<TableEntry> macFecTables() {
   for (auto const& wiring : fecProgrammerTable()) {
     auto const& request = wiring.request;
     auto const& response = wiring.response;
-    tables.push_back({names.emplace_back(cat("fec ", wiring.which)),
-                      [request](Sim& s, TableLines& l) { printFecRequest(request(s.world()), l); }});
+    tables.push_back(
+        {names.emplace_back(cat("fec ", wiring.which)),
+         [request](Sim& s, TableLines& l) { printFecRequest(request(s.world()), l); }});
     tables.push_back(
         {names.emplace_back(cat("fecresponse ", wiring.which)),
          [response](Sim& s, TableLines& l) { printFecResponse(response(s.world()), l); }});

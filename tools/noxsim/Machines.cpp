@@ -6,13 +6,8 @@ namespace Noxsim {
 
 std::vector<MachineWiring> const& machineTable() {
   static std::vector<MachineWiring> const table = {
-      filterMachine(),
-      floodSetFecMachine(),
-      floodSetMachine(),
-      esiMachine(),
-      dot1qMachine(),
-      decapMachine(),
-      macFecMachine(),
+      filterMachine(), floodSetFecMachine(), floodSetMachine(), esiMachine(),
+      dot1qMachine(),  decapMachine(),       macFecMachine(),
   };
   return table;
 }

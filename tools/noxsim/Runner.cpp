@@ -126,7 +126,8 @@ bool writeMetrics(std::string const& path, std::ostream& err) {
       if (ok) done += static_cast<std::size_t>(n);
     }
     ok = ::close(fd) == 0 && ok;
-    if (!ok) err << "noxsim: --metrics: cannot write " << path << ": " << std::strerror(errno) << '\n';
+    if (!ok)
+      err << "noxsim: --metrics: cannot write " << path << ": " << std::strerror(errno) << '\n';
     return ok;
   } catch (Vel::RangeException const& e) {
     err << "noxsim: --metrics: " << e.what() << '\n';
@@ -177,8 +178,7 @@ int runMain(int argc, char const* const* argv, std::istream& in, std::ostream& o
   }
   sim->traceTap().printLevelIs(options.traceLevel);
   int status = runScript(script, *sim);
-  if (!options.metricsFile.empty() && !writeMetrics(options.metricsFile, err) &&
-      status == exitOk) {
+  if (!options.metricsFile.empty() && !writeMetrics(options.metricsFile, err) && status == exitOk) {
     status = exitFailed;
   }
   out.flush();

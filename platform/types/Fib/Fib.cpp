@@ -5,9 +5,7 @@
 
 namespace Kelp::Fib {
 
-uint32_t FecId::hash() const {
-  return Vel::wangHash32(uint32_t(value_) ^ uint32_t(value_ >> 32));
-}
+uint32_t FecId::hash() const { return Vel::wangHash32(uint32_t(value_) ^ uint32_t(value_ >> 32)); }
 
 void traceAppend(std::string& out, FecId const& v) {
   Gantry::appendDecimal(out, v.adjType());

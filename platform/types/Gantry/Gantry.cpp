@@ -147,8 +147,8 @@ std::string MplsLabel::stringValue() const {
 }
 
 void traceAppend(std::string& out, MplsLabel const& v) {
-  static constexpr char const* reserved[] = {"exp-null-v4(0)", "router-alert(1)",
-                                             "exp-null-v6(2)", "imp-null(3)"};
+  static constexpr char const* reserved[] = {"exp-null-v4(0)", "router-alert(1)", "exp-null-v6(2)",
+                                             "imp-null(3)"};
   uint32_t const value = v.value();
   if (value <= 3) {
     out += reserved[value];

@@ -123,8 +123,7 @@ class IpGenAddr {
   enum class Family : uint32_t { none = 0, ipv4 = 4, ipv6 = 6 };
 
   IpGenAddr() = default;
-  IpGenAddr(Family family, std::array<uint8_t, 16> const& bytes)
-      : family_(family), bytes_(bytes) {}
+  IpGenAddr(Family family, std::array<uint8_t, 16> const& bytes) : family_(family), bytes_(bytes) {}
   static std::optional<IpGenAddr> fromString(std::string_view text);
 
   Family family() const { return family_; }

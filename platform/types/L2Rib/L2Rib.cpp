@@ -117,11 +117,11 @@ std::optional<Dest> Dest::fromString(std::string_view text, std::string* why) {
     return refuse("unknown kind " + quoted(kind) + " (intf, vxlan, mpls, tunnel or none)");
   }
   if (parts.size() < 2 || (want != 0 && parts.size() != want) || (want == 0 && parts.size() < 3)) {
-    return refuse(kind == "none"     ? "want none/ID"
-                  : kind == "intf"   ? "want intf/ID/INTF"
-                  : kind == "vxlan"  ? "want vxlan/ID/IPADDR"
-                  : kind == "mpls"   ? "want mpls/ID/TunnelN/LABEL"
-                                     : "want tunnel/ID/TunnelN");
+    return refuse(kind == "none"    ? "want none/ID"
+                  : kind == "intf"  ? "want intf/ID/INTF"
+                  : kind == "vxlan" ? "want vxlan/ID/IPADDR"
+                  : kind == "mpls"  ? "want mpls/ID/TunnelN/LABEL"
+                                    : "want tunnel/ID/TunnelN");
   }
   auto id = parseNumber(parts[1]);
   if (!id) return refuse("bad id " + quoted(parts[1]) + " (a 64-bit decimal number)");
@@ -230,7 +230,9 @@ void traceAppend(std::string& out, Dest const& v) {
 std::ostream& operator<<(std::ostream& os, Dest const& v) { return os << v.stringValue(); }
 std::string valueToStrep(Dest const& v) { return v.stringValue(); }
 
-Vel::Ptr<FloodSetOutput> floodSetOutputFactory() { return Vel::Ptr<FloodSetOutput>(new FloodSetOutput); }
+Vel::Ptr<FloodSetOutput> floodSetOutputFactory() {
+  return Vel::Ptr<FloodSetOutput>(new FloodSetOutput);
+}
 Vel::Ptr<VlanFloodSet> vlanFloodSetFactory(Bridging::VlanId vlanId) {
   return Vel::Ptr<VlanFloodSet>(new VlanFloodSet(vlanId));
 }

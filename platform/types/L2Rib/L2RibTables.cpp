@@ -11,9 +11,15 @@ uint32_t ObjTuple::hash() const {
 
 void traceAppend(std::string& out, ObjTuple const& v) {
   switch (v.tableType()) {
-    case tableTypeLoadBalance_: out += "lb:"; break;
-    case tableTypeLabel_: out += "label:"; break;
-    case tableTypeDest_: out += "dest:"; break;
+    case tableTypeLoadBalance_:
+      out += "lb:";
+      break;
+    case tableTypeLabel_:
+      out += "label:";
+      break;
+    case tableTypeDest_:
+      out += "dest:";
+      break;
     default:
       out += "none";
       if (v.tableType() == tableTypeNone_ && v.id() == 0) return;
@@ -40,10 +46,10 @@ void LoadBalance::nextAdd(ObjTuple const& tuple) {
   next_[count_++] = tuple;
 }
 
-#define L2RIB_TABLE_OUTPUT_FACTORY(Class, member)                          \
-  Vel::Ptr<Class> member##OutputFactory(Vel::Name name) {                 \
-    return Vel::validPtr(Vel::Ptr<Class>(new Class(std::move(name))));    \
-  }                                                                       \
+#define L2RIB_TABLE_OUTPUT_FACTORY(Class, member)                      \
+  Vel::Ptr<Class> member##OutputFactory(Vel::Name name) {              \
+    return Vel::validPtr(Vel::Ptr<Class>(new Class(std::move(name)))); \
+  }                                                                    \
   VEL_REGISTER_TYPE(Class)
 
 L2RIB_TABLE_OUTPUT_FACTORY(LabelOutput, label);

@@ -139,21 +139,21 @@ class HostAndSource {
 };
 
 // The four published tables, one entity each, named as the RIB names them.
-#define L2RIB_TABLE_OUTPUT(Class, typeNameText, member, Member, Key, Value)   \
-  class Class : public VelKelp::TableEntity {                                \
-   public:                                                                   \
-    class NotifieeConst : public Vel::NotifieeConstOf<Class> {               \
-     public:                                                                 \
-      using NotifieeConstOf::NotifieeConstOf;                                \
-      virtual void on##Member(Key const&) {}                                 \
-      virtual void on##Member() {}                                           \
-    };                                                                       \
-    explicit Class(Vel::Name name) : TableEntity(std::move(name)) {}         \
-    VEL_DESCRIBE(typeNameText, #member)                                      \
-                                                                             \
-   public:                                                                   \
-    VELKELP_COLLECTION(member, Member, Key, Value)                           \
-  };                                                                         \
+#define L2RIB_TABLE_OUTPUT(Class, typeNameText, member, Member, Key, Value) \
+  class Class : public VelKelp::TableEntity {                               \
+   public:                                                                  \
+    class NotifieeConst : public Vel::NotifieeConstOf<Class> {              \
+     public:                                                                \
+      using NotifieeConstOf::NotifieeConstOf;                               \
+      virtual void on##Member(Key const&) {}                                \
+      virtual void on##Member() {}                                          \
+    };                                                                      \
+    explicit Class(Vel::Name name) : TableEntity(std::move(name)) {}        \
+    VEL_DESCRIBE(typeNameText, #member)                                     \
+                                                                            \
+   public:                                                                  \
+    VELKELP_COLLECTION(member, Member, Key, Value)                          \
+  };                                                                        \
   Vel::Ptr<Class> member##OutputFactory(Vel::Name name)
 
 L2RIB_TABLE_OUTPUT(LabelOutput, "L2Rib::LabelOutput", label, Label, LabelId, LabelAndSource);

@@ -229,4 +229,3 @@ Vel::Ptr<LfibTrackingStatus> lfibTrackingStatusFactory(Vel::Name name);
 Vel::Ptr<LfibHwStatus> lfibHwStatusFactory(Vel::Name name);
 
 }  // namespace Mpls
-

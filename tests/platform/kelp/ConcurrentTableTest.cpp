@@ -81,10 +81,10 @@ Contents churn(Write&& write, Remove&& remove, Collection&& collection) {
 }
 
 struct ReaderReport {
-  std::uint64_t torn = 0;       // copies that were not one whole write
-  std::uint64_t disordered = 0; // iteration steps not in ascending key order
+  std::uint64_t torn = 0;        // copies that were not one whole write
+  std::uint64_t disordered = 0;  // iteration steps not in ascending key order
   std::uint64_t copies = 0;
-  bool finished = false;        // saw readiness, i.e. the end of the script, before the deadline
+  bool finished = false;  // saw readiness, i.e. the end of the script, before the deadline
   Contents final;
 };
 
@@ -170,10 +170,10 @@ TEST_F(ConcurrentTable, PollersOnReaderThreadsDeliverWholeRecordsAndEndAtTheWrit
   VelKelp::publishPrefixIs(prefix_, churnOptions);
   using Coll = VelKelp::Collection<std::uint64_t, Stamp>;
   std::atomic<std::uint64_t> writerKeys{0};
-  Coll writer("stamps", VelKelp::Side::writer,
-              {[&](std::uint64_t const&) { writerKeys.fetch_add(1, std::memory_order_relaxed); },
-               {}, {}},
-              {});
+  Coll writer(
+      "stamps", VelKelp::Side::writer,
+      {[&](std::uint64_t const&) { writerKeys.fetch_add(1, std::memory_order_relaxed); }, {}, {}},
+      {});
   std::latch opened(readerThreads + 1);
   std::vector<ReaderReport> reports(readerThreads);
   std::vector<std::thread> threads;
@@ -254,9 +254,8 @@ TEST(ConcurrentSeqLock, AcceptedCopiesAreWholeWritesWhileTheWriterRewrites) {
       for (Kelp::Word n = 0; n != last;) {
         std::array<Kelp::Word, words> copy{};
         Kelp::Word seen = 0;
-        if (!Kelp::SeqLock::tryRead(seq, &seen, [&] {
-              Kelp::SeqLock::copyOut(copy.data(), shared.data(), words);
-            })) {
+        if (!Kelp::SeqLock::tryRead(
+                seq, &seen, [&] { Kelp::SeqLock::copyOut(copy.data(), shared.data(), words); })) {
           Kelp::SeqLock::pause();
           continue;
         }

@@ -95,7 +95,8 @@ TEST_F(KelpcatTool, JsonAndMetricsCarryTheTablesState) {
   auto const [metricsStatus, metrics] = run({"--metrics", prefix_});
   EXPECT_EQ(metricsStatus, 0);
   std::string const label = "{table=\"" + table("numbers") + "\"} ";
-  EXPECT_THAT(metrics, HasSubstr("# TYPE kelp_table_entries gauge\nkelp_table_entries" + label + "2\n"));
+  EXPECT_THAT(metrics,
+              HasSubstr("# TYPE kelp_table_entries gauge\nkelp_table_entries" + label + "2\n"));
   EXPECT_THAT(metrics, HasSubstr("kelp_table_ready" + label + "1\n"));
   EXPECT_THAT(metrics, HasSubstr("kelp_table_writer_alive" + label + "1\n"));
   EXPECT_THAT(metrics, HasSubstr("kelp_table_unreadable" + label + "0\n"));

@@ -80,12 +80,18 @@ TEST_F(Corruption, EachKindOfDamageIsRaisedByTheReaderOperationThatMeetsItNaming
       // Slots of 2^29 words after a log of 2^63 bytes: sizes that wrap round to 8 KiB.
       {[](Injector& i) {
          resealGeometry(i, [](Layout::Geometry& g) {
-           g = Layout::Geometry{.version = Layout::version, .keyBytes = 0xFFFFFFF0,
-                                .valueBytes = 0, .keyWords = (1u << 29) - 2, .valueWords = 0,
-                                .slotWords = 1u << 29, .logWords = 1u << 29,
+           g = Layout::Geometry{.version = Layout::version,
+                                .keyBytes = 0xFFFFFFF0,
+                                .valueBytes = 0,
+                                .keyWords = (1u << 29) - 2,
+                                .valueWords = 0,
+                                .slotWords = 1u << 29,
+                                .logWords = 1u << 29,
                                 .logCapacity = 1u << 31,
                                 .slotsOffset = Layout::logOffset + (Word{1} << 63),
-                                .incarnation = 0, .keyType = {}, .valueType = {}};
+                                .incarnation = 0,
+                                .keyType = {},
+                                .valueType = {}};
          });
          i.header().slotCapacity = Word{1} << 31;
        },

@@ -37,13 +37,21 @@ class Counts : public VelKelp::TableEntity {
 };
 
 template <class T>
-concept HiddenWritable = requires(T& t) { t.hiddenIs(1, 1); };
+concept HiddenWritable = requires(T& t) {
+  t.hiddenIs(1, 1);
+};
 template <class T>
-concept PrivateAfterLineCallable = requires(T& t) { t.afterPrivateLine(); };
+concept PrivateAfterLineCallable = requires(T& t) {
+  t.afterPrivateLine();
+};
 template <class T>
-concept ShownWritable = requires(T& t) { t.shownIs(1, 1); };
+concept ShownWritable = requires(T& t) {
+  t.shownIs(1, 1);
+};
 template <class T>
-concept ShownStorageWritableFromOutside = requires(T& t) { t.shown_.write(1, 1); };
+concept ShownStorageWritableFromOutside = requires(T& t) {
+  t.shown_.write(1, 1);
+};
 
 static_assert(!HiddenWritable<Counts> && !PrivateAfterLineCallable<Counts>);
 static_assert(ShownWritable<Counts> && !ShownStorageWritableFromOutside<Counts>);

@@ -18,13 +18,12 @@ TEST_F(PollerTest, BurstsAreTakenInBatchesAndAnIdleTableIsPolledEveryInterval) {
   Recorder rec;
   reader->notifieeIs(&rec);
   std::vector<std::size_t> runs;
-  VelKelp::Poller poller(
-      scheduler, "numbersPoller",
-      [&](std::size_t most) {
-        runs.push_back(reader->poll(most));
-        return runs.back();
-      },
-      {.interval = 0.5, .batch = 2});
+  VelKelp::Poller poller(scheduler, "numbersPoller",
+                         [&](std::size_t most) {
+                           runs.push_back(reader->poll(most));
+                           return runs.back();
+                         },
+                         {.interval = 0.5, .batch = 2});
   for (std::uint64_t k = 1; k <= 5; ++k) writer->safeWrite(k, k);
   scheduler->runReady();
   EXPECT_EQ(runs, (std::vector<std::size_t>{2, 2, 1}));

@@ -347,7 +347,8 @@ TEST_F(FleckBuffer, FileThatIsNotAFleckBufferIsRefused) {
   EXPECT_EQ(TraceTest::runProgram({NOX_FLECKCAT}).status, 2);
   auto const help = TraceTest::runProgram({NOX_FLECKCAT, "--help"});
   EXPECT_EQ(help.status, 0);
-  EXPECT_EQ(help.out.rfind("usage: fleckcat [--format text|chrome|json] FILE\n", 0), 0u) << help.out;
+  EXPECT_EQ(help.out.rfind("usage: fleckcat [--format text|chrome|json] FILE\n", 0), 0u)
+      << help.out;
 }
 
 TEST(FleckOpen, SizeBelowTheMinimumIsARangeError) {

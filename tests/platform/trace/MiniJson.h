@@ -40,7 +40,9 @@ class JsonReader {
     throw std::runtime_error(std::string(what) + " at byte " + std::to_string(at_));
   }
   void space() {
-    while (at_ < s_.size() && (s_[at_] == ' ' || s_[at_] == '\n' || s_[at_] == '\t' || s_[at_] == '\r')) ++at_;
+    while (at_ < s_.size() &&
+           (s_[at_] == ' ' || s_[at_] == '\n' || s_[at_] == '\t' || s_[at_] == '\r'))
+      ++at_;
   }
   bool take(char c) {
     space();
@@ -124,14 +126,31 @@ class JsonReader {
       if (at_ >= s_.size()) fail("unterminated escape");
       char const e = s_[at_++];
       switch (e) {
-        case '"': case '\\': case '/': out += e; break;
-        case 'b': out += '\b'; break;
-        case 'f': out += '\f'; break;
-        case 'n': out += '\n'; break;
-        case 'r': out += '\r'; break;
-        case 't': out += '\t'; break;
-        case 'u': out += unicode(); break;
-        default: fail("bad escape");
+        case '"':
+        case '\\':
+        case '/':
+          out += e;
+          break;
+        case 'b':
+          out += '\b';
+          break;
+        case 'f':
+          out += '\f';
+          break;
+        case 'n':
+          out += '\n';
+          break;
+        case 'r':
+          out += '\r';
+          break;
+        case 't':
+          out += '\t';
+          break;
+        case 'u':
+          out += unicode();
+          break;
+        default:
+          fail("bad escape");
       }
     }
   }
@@ -141,10 +160,14 @@ class JsonReader {
     for (int i = 0; i < 4; ++i) {
       char const h = s_[at_++];
       code <<= 4;
-      if (h >= '0' && h <= '9') code |= unsigned(h - '0');
-      else if (h >= 'a' && h <= 'f') code |= unsigned(h - 'a' + 10);
-      else if (h >= 'A' && h <= 'F') code |= unsigned(h - 'A' + 10);
-      else fail("bad hex digit");
+      if (h >= '0' && h <= '9')
+        code |= unsigned(h - '0');
+      else if (h >= 'a' && h <= 'f')
+        code |= unsigned(h - 'a' + 10);
+      else if (h >= 'A' && h <= 'F')
+        code |= unsigned(h - 'A' + 10);
+      else
+        fail("bad hex digit");
     }
     std::string out;
     if (code < 0x80) {

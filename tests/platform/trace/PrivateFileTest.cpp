@@ -56,7 +56,8 @@ TEST(PrivateFile, PlantedLinksAndSharedFilesAreRefusedAndLeftAlone) {
   EXPECT_FALSE(::access(dir.file("nowhere").c_str(), F_OK) == 0);
 
   ASSERT_EQ(::link(dir.file("target").c_str(), dir.file("hardlink").c_str()), 0);
-  EXPECT_EQ(refusal(dir.file("hardlink")), "cannot use " + dir.file("hardlink") + ": has other links");
+  EXPECT_EQ(refusal(dir.file("hardlink")),
+            "cannot use " + dir.file("hardlink") + ": has other links");
   ASSERT_EQ(::mkdir(dir.file("dir").c_str(), 0700), 0);
   EXPECT_NE(refusal(dir.file("dir")), "");
 
@@ -70,9 +71,9 @@ TEST(PrivateFile, FleckBufferBehindAPlantedLinkIsReportedOnceAndTracingGoesOn) {
   ScratchDir dir;
   writeFile(dir.file("target"), "precious");
   ASSERT_EQ(::symlink(dir.file("target").c_str(), dir.file("probe.flk").c_str()), 0);
-  auto const run = TraceTest::runProgram(
-      {NOX_TRACE_ENV_PROBE},
-      {"NOX_TRACE=TraceProbe/3", "NOX_FLECK=TraceProbe/9", "NOX_FLECK_FILE=" + dir.file("probe.flk")});
+  auto const run = TraceTest::runProgram({NOX_TRACE_ENV_PROBE},
+                                         {"NOX_TRACE=TraceProbe/3", "NOX_FLECK=TraceProbe/9",
+                                          "NOX_FLECK_FILE=" + dir.file("probe.flk")});
   EXPECT_EQ(run.status, 0);
   auto const err = TraceTest::linesOf(run.err);
   ASSERT_EQ(err.size(), 2u) << run.err;
@@ -100,8 +101,8 @@ TEST(PrivateFile, BufferSizesAreCheckedNotWrapped) {
   EXPECT_EQ(Fleck::parseFileBytes("64K"), 65536u);
   EXPECT_EQ(Fleck::parseFileBytes("8M"), std::size_t(8) << 20);
   EXPECT_EQ(Fleck::parseFileBytes("64G"), std::size_t(64) << 30);
-  for (char const* bad : {"", "0", "-1", "63K", "65G", "1T", "8MB", "M", " 8M", "18446744073709551615K",
-                          "99999999999999999999999"}) {
+  for (char const* bad : {"", "0", "-1", "63K", "65G", "1T", "8MB", "M", " 8M",
+                          "18446744073709551615K", "99999999999999999999999"}) {
     EXPECT_EQ(Fleck::parseFileBytes(bad), std::nullopt) << bad;
   }
 }

@@ -200,7 +200,7 @@ TEST(LevelSettings, ParsesEntriesLeftToRight) {
   auto const parsed = Trace::parseLevelSettings(" */1 ,NoxEvpn/8,Kelp/off,Cog/-1,,");
   EXPECT_TRUE(parsed.errors.empty());
   EXPECT_EQ(parsed.settings, (std::vector<Trace::LevelSetting>{
-                               {"*", 1}, {"NoxEvpn", 8}, {"Kelp", -1}, {"Cog", -1}}));
+                                 {"*", 1}, {"NoxEvpn", 8}, {"Kelp", -1}, {"Cog", -1}}));
 }
 
 TEST(LevelSettings, ReportsMalformedEntriesAndKeepsTheOthers) {

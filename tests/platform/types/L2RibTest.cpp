@@ -17,8 +17,9 @@ Dest parse(char const* text) {
 }
 
 TEST(Dest, TextFormRoundTripsForEveryType) {
-  for (char const* text : {"intf/1/Ethernet1", "vxlan/2/10.0.0.2", "vxlan/9/2001:db8::1",
-                           "mpls/3/Tunnel5/1000", "tunnel/4/Tunnel6", "none/18446744073709551615"}) {
+  for (char const* text :
+       {"intf/1/Ethernet1", "vxlan/2/10.0.0.2", "vxlan/9/2001:db8::1", "mpls/3/Tunnel5/1000",
+        "tunnel/4/Tunnel6", "none/18446744073709551615"}) {
     EXPECT_EQ(parse(text).stringValue(), text);
   }
   EXPECT_EQ(parse("mpls/1/Tunnel5/none").stringValue(), "mpls/1/Tunnel5/N/A");
@@ -85,8 +86,9 @@ TEST(Dest, BuiltFromAnIdAloneIsAnEmptyInterfaceDestination) {
 
 TEST(DestDeathTest, TypeAboveFourIsAProgrammingErrorInEqualityAndHash) {
   Dest bad = Dest::withType(DestId(1), L2Rib::DestType(5));
-  EXPECT_DEATH((void)(bad == bad), "bool L2Rib::Dest::operator==\\(const L2Rib::Dest ?&\\) const: "
-                                   "Assertion `0' failed");
+  EXPECT_DEATH((void)(bad == bad),
+               "bool L2Rib::Dest::operator==\\(const L2Rib::Dest ?&\\) const: "
+               "Assertion `0' failed");
   EXPECT_DEATH((void)bad.hash(), "U32 L2Rib::Dest::hash\\(\\) const: Assertion `0' failed");
 }
 
@@ -108,7 +110,8 @@ TEST(FloodSet, FlagChangeOfAMemberIsAChangeOfThatMember) {
   fs->destSetIs(parse("mpls/1/Tunnel5/1000"), true);
   fs->destSetIs(parse("mpls/1/Tunnel5/1000"), false);
   fs->floodSetTypeIs(L2Rib::FloodSetType{3});
-  EXPECT_EQ(log.seen, (std::vector<std::string>{"mpls/1/Tunnel5/1000", "mpls/1/Tunnel5/1000", "type"}));
+  EXPECT_EQ(log.seen,
+            (std::vector<std::string>{"mpls/1/Tunnel5/1000", "mpls/1/Tunnel5/1000", "type"}));
 }
 
 }  // namespace

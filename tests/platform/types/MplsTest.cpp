@@ -35,7 +35,8 @@ TEST(MplsTest, ViaSetHoldsSixteenViasAndReadsEmptyAsMissing) {
   Mpls::LfibViaSet set;
   EXPECT_TRUE(set == Mpls::LfibViaSet());
   EXPECT_TRUE(!set.viaKey(0));
-  for (uint64_t i = 0; i < Mpls::LfibViaSet::maxVias; ++i) set.viaKeyIs(LfibViaKey(LfibViaType(6), i));
+  for (uint64_t i = 0; i < Mpls::LfibViaSet::maxVias; ++i)
+    set.viaKeyIs(LfibViaKey(LfibViaType(6), i));
   EXPECT_THROW(set.viaKeyIs(LfibViaKey(LfibViaType(6), 99)), Vel::RangeException);
   EXPECT_EQ(set.viaKey(15), LfibViaKey(LfibViaType(6), 15));
   EXPECT_TRUE(!set.viaKey(16));

@@ -74,7 +74,8 @@ TEST(TunnelId, AcceptsFortyEightBitsAndRefusesMore) {
     TunnelId id(281474976710656ull);
     FAIL() << "accepted " << id;
   } catch (Vel::RangeException const& e) {
-    EXPECT_STREQ(e.what(), "TunnelId::value < TunnelId::minValue or > TunnelId::maxValue not allowed");
+    EXPECT_STREQ(e.what(),
+                 "TunnelId::value < TunnelId::minValue or > TunnelId::maxValue not allowed");
   }
   EXPECT_EQ(TunnelId::invalid(), TunnelId(0));
   EXPECT_EQ(TunnelId(5).hash(), 0xa89e5615u);  // one-at-a-time over the 8 little-endian bytes

@@ -27,15 +27,24 @@ class Sections : public Vel::Entity {
 };
 
 template <class T>
-concept SecretWritable = requires(T& t) { t.secretIs(1); };
+concept SecretWritable = requires(T& t) {
+  t.secretIs(1);
+};
 template <class T>
-concept PrivateAfterMacroCallable = requires(T& t) { t.afterPrivateMacro(); };
+concept PrivateAfterMacroCallable = requires(T& t) {
+  t.afterPrivateMacro();
+};
 template <class T>
-concept TagWritable = requires(T& t) { t.tagIs(1, true); };
+concept TagWritable = requires(T& t) {
+  t.tagIs(1, true);
+};
 template <class T>
-concept TagStorageWritableFromOutside = requires(T& t) { t.tag_.erase(1, Vel::NoNotification()); };
+concept TagStorageWritableFromOutside = requires(T& t) {
+  t.tag_.erase(1, Vel::NoNotification());
+};
 template <class T>
-concept NotifieeAttachableBare = std::is_constructible_v<typename T::NotifieeConst, Vel::Ptr<T const>>;
+concept NotifieeAttachableBare =
+    std::is_constructible_v<typename T::NotifieeConst, Vel::Ptr<T const>>;
 
 static_assert(!SecretWritable<Sections> && !PrivateAfterMacroCallable<Sections>);
 static_assert(TagWritable<Sections> && !TagStorageWritableFromOutside<Sections>);

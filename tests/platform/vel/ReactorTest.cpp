@@ -82,7 +82,8 @@ TEST(ReactorCollection, NullMemberRaisesRangeErrorNamingCollectionAndOwner) {
     m->leafIs(nullptr);
     FAIL() << "no range error";
   } catch (Vel::RangeException const& e) {
-    EXPECT_STREQ(e.what(), "null _leaf parameter to mutator for VelTest::Mirror::leaf not allowed\"");
+    EXPECT_STREQ(e.what(),
+                 "null _leaf parameter to mutator for VelTest::Mirror::leaf not allowed\"");
   }
   EXPECT_EQ(m->leafs(), 0u);
 }

@@ -74,13 +74,19 @@ class Path {
           if (auto f = v->floodSet(mac)) f->destSetDel(mplsDest(op));
         }
         break;
-      case 2: w.l2ribFloodSets->vlanFloodSetDel(vlan); break;
-      case 3:
-        w.tunnels->tunnelIdToHwTunnelIdIs(
-            Nox::TunnelIdToHwTunnelId(Nox::TunnelId(uint64_t(op.tunnel)), Nox::HwTunnelId(op.label)));
+      case 2:
+        w.l2ribFloodSets->vlanFloodSetDel(vlan);
         break;
-      case 4: sim_.hwAgent().autoOnIs(op.flag); break;
-      default: macHost(op); break;
+      case 3:
+        w.tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(
+            Nox::TunnelId(uint64_t(op.tunnel)), Nox::HwTunnelId(op.label)));
+        break;
+      case 4:
+        sim_.hwAgent().autoOnIs(op.flag);
+        break;
+      default:
+        macHost(op);
+        break;
     }
     sim_.settle();
   }
@@ -88,8 +94,8 @@ class Path {
   void check() const {
     Noxsim::World& w = const_cast<Noxsim::Sim&>(sim_).world();
     RC_ASSERT(!sim_.failed());
-    auto const& sm = *static_cast<Nox::EvpnFloodSetFecSm*>(
-        sim_.machine(Noxsim::machineIndex("floodset-fec")));
+    auto const& sm =
+        *static_cast<Nox::EvpnFloodSetFecSm*>(sim_.machine(Noxsim::machineIndex("floodset-fec")));
     std::set<MplsFloodSetVia> published;
     for (auto [pair, config] : w.hwConfig->configColl()) {
       for (auto [c, flag] : config->mplsDestConfigColl()) {
@@ -137,9 +143,9 @@ class Path {
   void macHost(Op const& op) {
     Noxsim::World& w = sim_.world();
     L2Rib::DestId const destId(uint64_t(op.tunnel + 1));
-    w.l2ribDests->destIs(destId, L2Rib::Dest::tunnel(destId, Gantry::IntfId(
-                                                                 Gantry::IntfId::Kind::tunnel,
-                                                                 uint64_t(op.tunnel + 1))));
+    w.l2ribDests->destIs(
+        destId, L2Rib::Dest::tunnel(
+                    destId, Gantry::IntfId(Gantry::IntfId::Kind::tunnel, uint64_t(op.tunnel + 1))));
     L2Rib::LabelId const labelId(uint64_t(op.label + 1));
     w.l2ribLabels->labelIs(labelId, L2Rib::LabelAndSource(L2Rib::Label(
                                         Gantry::MplsLabel(uint32_t(2000 + op.label)),
@@ -147,8 +153,8 @@ class Path {
     Bridging::MacVlanPair const host(Gantry::EthAddr::fromValue(uint64_t(op.mac)),
                                      Bridging::VlanId(uint16_t(op.vlan)));
     if (op.flag) {
-      w.l2ribHosts->hostIs(host, L2Rib::HostAndSource(L2Rib::ObjTuple(labelId.value(),
-                                                                      L2Rib::tableTypeLabel_)));
+      w.l2ribHosts->hostIs(
+          host, L2Rib::HostAndSource(L2Rib::ObjTuple(labelId.value(), L2Rib::tableTypeLabel_)));
     } else {
       w.l2ribHosts->hostDel(host);
     }

@@ -8,9 +8,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -139,7 +139,8 @@ std::vector<std::string> namesLeftAfterSigterm(std::string const& prefix, bool k
 
 TEST(HostileInput, SigtermRemovesPublishedTablesUnlessAskedToKeepThem) {
   EXPECT_THAT(namesLeftAfterSigterm(uniquePrefix("gone"), false), ::testing::IsEmpty());
-  EXPECT_THAT(namesLeftAfterSigterm(uniquePrefix("kept"), true), ::testing::Not(::testing::IsEmpty()));
+  EXPECT_THAT(namesLeftAfterSigterm(uniquePrefix("kept"), true),
+              ::testing::Not(::testing::IsEmpty()));
 }
 
 }  // namespace
