@@ -121,15 +121,16 @@ void fecNumAllocatorIs(Vel::Ptr<Cog::TimerWheel> const& timerWheel, Cog::NumAllo
 }
 
 Vel::Ptr<FecIdToHwFecIdRequest> fecIdToHwFecIdRequestFactory(Vel::Name name) {
-  return Vel::validPtr(Vel::Ptr<FecIdToHwFecIdRequest>(new FecIdToHwFecIdRequest(name)));
+  return Vel::validPtr(Vel::Ptr<FecIdToHwFecIdRequest>(new FecIdToHwFecIdRequest(std::move(name))));
 }
 
 Vel::Ptr<FecIdToHwFecIdResponse> fecIdToHwFecIdResponseFactory(Vel::Name name) {
-  return Vel::validPtr(Vel::Ptr<FecIdToHwFecIdResponse>(new FecIdToHwFecIdResponse(name)));
+  return Vel::validPtr(
+      Vel::Ptr<FecIdToHwFecIdResponse>(new FecIdToHwFecIdResponse(std::move(name))));
 }
 
 Vel::Ptr<ObjTupleToHwId> objTupleToHwIdFactory(Vel::Name name) {
-  return Vel::validPtr(Vel::Ptr<ObjTupleToHwId>(new ObjTupleToHwId(name)));
+  return Vel::validPtr(Vel::Ptr<ObjTupleToHwId>(new ObjTupleToHwId(std::move(name))));
 }
 
 // ---- Construction ----

@@ -36,7 +36,7 @@ std::atomic<std::uint64_t> generation{0};
 
 namespace {
 
-constexpr std::size_t allocationStep = 64 * 1024;
+constexpr std::size_t allocationStep = std::size_t{64} * 1024;
 
 struct Buffer {
   std::string path;

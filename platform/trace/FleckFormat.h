@@ -25,9 +25,9 @@ inline constexpr char fileMagic[8] = {'N', 'O', 'X', 'F', 'L', 'E', 'C', 'K'};
 inline constexpr std::uint32_t fileVersion = 1;
 inline constexpr std::size_t headerBytes = 4096;
 inline constexpr std::size_t blockBytes = 4096;
-inline constexpr std::size_t minFileBytes = 64 * 1024;
-inline constexpr std::size_t maxSiteBytes = 256 * 1024;
-inline constexpr std::size_t minSiteBytes = 16 * 1024;
+inline constexpr std::size_t minFileBytes = std::size_t{64} * 1024;
+inline constexpr std::size_t maxSiteBytes = std::size_t{256} * 1024;
+inline constexpr std::size_t minSiteBytes = std::size_t{16} * 1024;
 
 struct FileHeader {
   char magic[8];  // written last when the file is created

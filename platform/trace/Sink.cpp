@@ -33,7 +33,7 @@ class SinkList {
     char const* path = std::getenv("NOX_TRACE_FILE");
     if (path != nullptr && *path != '\0') {
       try {
-        sinks_.push_back(fileSinkFactory(path));
+        sinks_.emplace_back(fileSinkFactory(path));
       } catch (Vel::RangeException const& e) {
         std::fprintf(stderr, "NOX_TRACE_FILE: %s; tracing to standard error\n", e.what());
       }

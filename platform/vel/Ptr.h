@@ -54,7 +54,7 @@ class Ptr {
   ~Ptr() { release(); }
 
   Ptr& operator=(Ptr const& o) {
-    Ptr(o).swap(*this);
+    if (this != &o) Ptr(o).swap(*this);
     return *this;
   }
   Ptr& operator=(Ptr&& o) noexcept {

@@ -82,6 +82,7 @@ Action parseExpectTrace(ParseInput& in) {
     if (next == expected.size()) return;
     auto marked = [](std::vector<std::string> const& lines) {
       std::vector<std::string> out;
+      out.reserve(lines.size());
       for (std::string const& line : lines) out.push_back(cat("|", line));
       return out;
     };

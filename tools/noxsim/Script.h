@@ -27,7 +27,7 @@ class LineReader;
 class Script {
  public:
   // Longer lines are refused: no command needs them, and reading stops at the first one.
-  static constexpr std::size_t maxLineBytes = 64 * 1024;
+  static constexpr std::size_t maxLineBytes = std::size_t{64} * 1024;
 
   // Reads and parses a file ('-' is `stdinStream`). False, with the message in `error`, on a
   // file that cannot be read or a malformed line.

@@ -33,7 +33,7 @@ Sim::Sim(std::ostream& out, std::ostream& err, bool quiet)
 
 Sim::~Sim() {
   // Machines go first, downstream ones before the ones that feed them, while the world is whole.
-  for (auto it = machines_.rbegin(); it != machines_.rend(); ++it) *it = nullptr;
+  for (std::size_t m = machines_.size(); m-- > 0;) machines_[m] = nullptr;
   traceTap_->captureLevelIs(-1);
   traceTap_->printLevelIs(-1);
   Trace::sinkDel(traceTap_);

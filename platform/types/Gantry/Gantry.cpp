@@ -121,7 +121,7 @@ void traceAppend(std::string& out, EthAddr const& v) {
   static constexpr char hex[] = "0123456789abcdef";
   char buf[17];
   uint64_t const value = v.value();
-  for (int i = 0; i < 6; ++i) {
+  for (std::size_t i = 0; i < 6; ++i) {
     unsigned const byte = unsigned(value >> (40 - 8 * i)) & 0xff;
     buf[3 * i] = hex[byte >> 4];
     buf[3 * i + 1] = hex[byte & 0xf];
