@@ -83,6 +83,7 @@ void EsiFilteringDecapSm::handleInitialized() {
   reviewUnprogrammed_ = new Cog::TimerTask(scheduler_, taskPriority, "reviewUnprogrammed");
   reviewUnprogrammed_->notifieeIs(&velReviewUnprogrammed_);
   initialized_ = true;
+  backlogWaitingIs();
   reviewRouteKeyBacklog_->scheduleTask();
 }
 
@@ -122,6 +123,18 @@ void EsiFilteringDecapSm::processRouteKeyBacklog(RouteKey const& routeKey) {
   // clang-format on
   processRouteKey(routeKey);
   lfibTrackingStatus_->routeKeyBacklogDel(routeKey);
+  backlogSince_.stopped(routeKey);
+}
+
+void EsiFilteringDecapSm::backlogWaitingIs(RouteKey const& routeKey) {
+  backlogSince_.settle(routeKey, lfibTrackingStatus_->routeKeyBacklogIsMemberOf(routeKey),
+                       scheduler_->now());
+}
+
+void EsiFilteringDecapSm::backlogWaitingIs() {
+  for (auto const& entry : lfibTrackingStatus_->routeKeyBacklogColl()) {
+    backlogSince_.started(entry.key, scheduler_->now());
+  }
 }
 
 // The decision for one route. Only the first via of the route's via set counts.
@@ -129,30 +142,40 @@ void EsiFilteringDecapSm::processRouteKeyBacklog(RouteKey const& routeKey) {
 void EsiFilteringDecapSm::processRouteKey(RouteKey const& routeKey) {
   NOX_TRACE_ENTRY("processRouteKey route {}", routeKey);
   VEL_ASSERT(initialized());
+  bool const viaWaiting = decideRouteKey(routeKey);
+  // Every decision first takes the route off the list and lists it again if it fails again: it
+  // has waited since it was first listed, so its time is settled once the decision is made.
+  double const now = scheduler_->now();
+  listedSince_.settle(routeKey, lfibHwStatus_->unprogrammedRouteIsMemberOf(routeKey), now);
+  viaWaitingSince_.settle(routeKey, viaWaiting, now);
+}
+
+bool EsiFilteringDecapSm::decideRouteKey(RouteKey const& routeKey) {
   Mpls::LfibRoute const route = lfibStatus_->route(routeKey);
   if (route == Mpls::LfibRoute()) {
     NOX_TRACE(5, "route was deleted");
     deleteEsiFilterVia(routeKey);
-    return;
+    return false;
   }
   Mpls::LfibViaSet const viaSet = lfibStatus_->viaSet(route.viaSetKey());
   if (viaSet == Mpls::LfibViaSet()) {
     NOX_TRACE(5, "viaset was deleted");
     deleteEsiFilterVia(routeKey);
-    return;
+    return false;
   }
   Mpls::LfibViaKey const viaKey = viaSet.viaKey(0);
   VEL_ASSERT(!!viaKey);
   if (viaKey.viaType() != Mpls::lfibViaTypeEvpnEthernetSegmentFilter) {
     // A route that stops being filtered keeps its port map until it is deleted.
     NOX_TRACE(5, "Skipping viaType {}", viaKey.viaType());
-    return;
+    return false;
   }
   deleteEsiFilterVia(routeKey);
   LfibEvpnEthernetSegmentFilterVia const via = lfibStatus_->evpnEthernetSegmentFilterVia(viaKey);
   // A via still to come brings the route back through the backlog when it arrives.
-  if (via == LfibEvpnEthernetSegmentFilterVia()) return;
+  if (via == LfibEvpnEthernetSegmentFilterVia()) return true;
   createEsiFilterVia(routeKey, via);
+  return false;
 }
 
 void EsiFilteringDecapSm::createEsiFilterVia(RouteKey const& routeKey,
@@ -264,6 +287,26 @@ void EsiFilteringDecapSm::doReviewUnprogrammed() {
     }
   }
   maybeScheduleUnprogrammedReview();
+}
+
+// What waits.
+
+std::vector<PendingItem> EsiFilteringDecapSm::pending() const {
+  std::vector<PendingItem> items;
+  auto const routeText = [](RouteKey const& routeKey) { return pendingText("route ", routeKey); };
+  for (auto const& entry : lfibHwStatus_->unprogrammedRouteColl()) {
+    items.push_back({"decap", routeText(entry.key), pendingText("unprogrammed rc ", entry.value),
+                     listedSince_.since(entry.key)});
+  }
+  for (auto const& [routeKey, since] : viaWaitingSince_.map()) {
+    Mpls::LfibViaKey const viaKey =
+        lfibStatus_->viaSet(lfibStatus_->route(routeKey).viaSetKey()).viaKey(0);
+    items.push_back({"decap", routeText(routeKey), pendingText("no filter via ", viaKey), since});
+  }
+  for (auto const& entry : lfibTrackingStatus_->routeKeyBacklogColl()) {
+    items.push_back({"decap", routeText(entry.key), "in backlog", backlogSince_.since(entry.key)});
+  }
+  return items;
 }
 
 VEL_REGISTER_TYPE(EsiFilteringDecapSm);

@@ -14,6 +14,7 @@
 #include <optional>
 
 #include "NoxEvpn/NoxEvpnEsiFilteringDecapHelper.h"
+#include "NoxEvpn/NoxEvpnPending.h"
 #include "platform/cog/Task.h"
 #include "platform/cog/TaskScheduler.h"
 #include "platform/cog/TimerTask.h"
@@ -29,8 +30,14 @@ class EsiFilteringDecapSm : public Vel::PtrInterface, public Vel::Described {
     VelLfibTrackingStatus(Vel::Ptr<Mpls::LfibTrackingStatus const> const& s,
                           EsiFilteringDecapSm* sm)
         : NotifieeConst(s), sm_(sm) {}
-    void onRouteKeyBacklog(Mpls::RouteKey const&) override { sm_->handleRouteKeyBacklog(); }
-    void onRouteKeyBacklog() override { sm_->handleRouteKeyBacklog(); }
+    void onRouteKeyBacklog(Mpls::RouteKey const& routeKey) override {
+      sm_->backlogWaitingIs(routeKey);
+      sm_->handleRouteKeyBacklog();
+    }
+    void onRouteKeyBacklog() override {
+      sm_->backlogWaitingIs();
+      sm_->handleRouteKeyBacklog();
+    }
     VEL_DESCRIBE("Nox::EsiFilteringDecapSm::VelLfibTrackingStatus", "lfibTrackingStatus")
 
    private:
@@ -70,6 +77,9 @@ class EsiFilteringDecapSm : public Vel::PtrInterface, public Vel::Described {
   Vel::Ptr<Cog::Task> const& reviewRouteKeyBacklog() const { return reviewRouteKeyBacklog_; }
   Vel::Ptr<Cog::TimerTask> const& reviewUnprogrammed() const { return reviewUnprogrammed_; }
   double defaultUnprogrammedRetryInterval() const { return defaultUnprogrammedRetryInterval_; }
+  // What waits, in this order: the listed routes with their reason, the routes whose filter via
+  // has not arrived, then the keys of the backlog; each in ascending route key.
+  std::vector<PendingItem> pending() const;
 
   void handleInitialized();
   void handleRouteKeyBacklog();
@@ -78,6 +88,8 @@ class EsiFilteringDecapSm : public Vel::PtrInterface, public Vel::Described {
 
   void processRouteKeyBacklog(Mpls::RouteKey const& routeKey);
   void processRouteKey(Mpls::RouteKey const& routeKey);
+  // The decision of processRouteKey; true when the route waits for its filter via.
+  bool decideRouteKey(Mpls::RouteKey const& routeKey);
   void createEsiFilterVia(Mpls::RouteKey const& routeKey,
                           Mpls::LfibEvpnEthernetSegmentFilterVia const& via);
   void deleteEsiFilterVia(Mpls::RouteKey const& routeKey);
@@ -136,6 +148,13 @@ class EsiFilteringDecapSm : public Vel::PtrInterface, public Vel::Described {
   VelReviewUnprogrammed velReviewUnprogrammed_{this};
   // Where a retry pass cut by a yield goes on.
   std::optional<Mpls::RouteKey> unprogrammedResumeKey_;
+
+  // Since when each listed route, each route without its filter via and each backlog key waits.
+  void backlogWaitingIs(Mpls::RouteKey const& routeKey);
+  void backlogWaitingIs();
+  PendingSince<Mpls::RouteKey> listedSince_;
+  PendingSince<Mpls::RouteKey> viaWaitingSince_;
+  PendingSince<Mpls::RouteKey> backlogSince_;
 };
 
 Vel::Ptr<EsiFilteringDecapSm> esiFilteringDecapSmFactory(

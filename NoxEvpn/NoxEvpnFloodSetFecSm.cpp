@@ -266,10 +266,13 @@ void EvpnFloodSetFecSm::handleFecResponse(FecId const& fecId) {
     MplsDestHwInfo const hwInfo(mplsFloodSetFecResponse_->hwFecId(fecId).hwFecId(),
                                 mplsFloodSetFecResponse_->l2IntfId(fecId).l2IntfId());
     hwInfoMapping_->mappingIs(via, hwInfo);
+    requestSince_.stopped(fecId);
     return;
   }
   NOX_TRACE_CHANGE(" delete hwInfo for tunnelId: {} label: {}", via.tunnelId(), via.label());
   hwInfoMapping_->mappingDel(via);
+  requestSince_.settle(fecId, mplsFloodSetFecRequest_->hwFecIdRequestIsMemberOf(fecId),
+                       timerWheel_->now());
   maybeDeleteFecId(fecId);
 }
 
@@ -282,6 +285,8 @@ void EvpnFloodSetFecSm::processMplsDest(VlanId vlan, EthAddr const& mac, Dest co
   MplsFloodSetVia const via = viaOf(dest);
   if (via.tunnelId() == Tunnel::TunnelTable::TunnelId::invalid()) {
     NOX_TRACE_CHANGE("  Invalid tunnelId not supported {}", via.tunnelId());
+    invalidTunnelSince_.settle(VlanMacDest(vlan, mac, dest), isDestInFloodSet(vlan, mac, dest),
+                               timerWheel_->now());
     return;
   }
   updateFloodSetEntryCache(VlanMacDest(vlan, mac, dest), via, isDestInFloodSet(vlan, mac, dest));
@@ -335,6 +340,9 @@ void EvpnFloodSetFecSm::createOrUpdateFecRequest(MplsFloodSetVia const& via, boo
   updateTunnelInfoCache(via, true);
   mplsFloodSetFecRequest_->fecIs(buildFec(fecId, via));
   mplsFloodSetFecRequest_->hwFecIdRequestIs(fecId);
+  requestSince_.settle(
+      fecId, !(mplsFloodSetFecResponse_ && mplsFloodSetFecResponse_->hwFecIdIsMemberOf(fecId)),
+      timerWheel_->now());
   NOX_TRACE_CHANGE(
       "     mplsFloodSetFecRequest created or updated: (tunnelId: {} label: {} hwTunnelId:{} "
       "fecId: {})",
@@ -351,6 +359,7 @@ void EvpnFloodSetFecSm::removeFecRequest(MplsFloodSetVia const& via) {
   FecId const fecId = *bound;
   mplsFloodSetFecRequest_->fecDel(fecId);
   mplsFloodSetFecRequest_->hwFecIdRequestDel(fecId);
+  requestSince_.stopped(fecId);
   maybeDeleteFecId(fecId);
   updateTunnelInfoCache(via, false);
   NOX_TRACE_CHANGE("     mplsFloodSetFecRequest removed: (tunnelId: {} label: {} fecId: {})",
@@ -409,6 +418,25 @@ void EvpnFloodSetFecSm::updateTunnelInfoCache(MplsFloodSetVia const& via, bool a
     vias->mplsFloodSetViaSetDel(via);
     if (vias->mplsFloodSetViaSets() == 0) tunnelInfoCacheDel(via.tunnelId());
   }
+}
+
+// What waits.
+
+std::vector<PendingItem> EvpnFloodSetFecSm::pending() const {
+  std::vector<PendingItem> items;
+  for (auto [fecId, via] : fecIdCacheColl()) {
+    if (!requestSince_.waiting(fecId)) continue;
+    items.push_back({"floodset-fec", pendingText("fec ", fecId),
+                     pendingText("no response for via ", via.tunnelId().value(), "/",
+                                 via.label().stringValue()),
+                     requestSince_.since(fecId)});
+  }
+  for (auto const& [d, since] : invalidTunnelSince_.map()) {
+    items.push_back({"floodset-fec",
+                     pendingText(d.vlanId().value(), " ", d.macAddr(), " ", d.dest()),
+                     "invalid tunnel id 0", since});
+  }
+  return items;
 }
 
 VEL_REGISTER_TYPE(EvpnFloodSetFecSm);

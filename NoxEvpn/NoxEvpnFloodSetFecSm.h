@@ -16,6 +16,7 @@
 
 #include "NoxEvpn/NoxEvpn.h"
 #include "NoxEvpn/NoxEvpnFloodSetReactors.h"
+#include "NoxEvpn/NoxEvpnPending.h"
 #include "NoxEvpn/NoxEvpnVlanFloodSet.h"
 #include "NoxEvpn/NoxMacAddrFecRequestSm.h"
 #include "platform/cog/NumAllocator.h"
@@ -114,6 +115,9 @@ class EvpnFloodSetFecSm : public Vel::PtrInterface, public Vel::Described {
   }
   Vel::Ptr<HwInfoMapping> const& hwInfoMapping() const { return hwInfoMapping_; }
   Vel::Ptr<Cog::TimerWheel> const& timerWheel() const { return timerWheel_; }
+  // What waits: the FEC ids whose request has no response yet, in fecIdCache's order, then the
+  // destinations over the invalid tunnel id, in ascending order.
+  std::vector<PendingItem> pending() const;
   Vel::Ptr<Cog::NumAllocator> const& numAllocator() const { return numAllocator_; }
   Cog::NumAllocatorConfig const& numAllocatorConfig() const { return numAllocatorConfig_; }
   Vel::Ptr<Cog::NumAllocatorStatus> const& numAllocatorStatus() const {
@@ -215,6 +219,10 @@ class EvpnFloodSetFecSm : public Vel::PtrInterface, public Vel::Described {
   Vel::Ptr<Cog::NumAllocatorStatus> numAllocatorStatus_;
   Vel::Ptr<Cog::NumAllocator> numAllocator_;
   bool initialized_ = false;
+  // Since when each published request has had no response, and each destination over the
+  // invalid tunnel id (which gets no FEC) has been in the flood sets.
+  PendingSince<FecId> requestSince_;
+  PendingSince<VlanMacDest, VlanMacDestOrder> invalidTunnelSince_;
 };
 
 Vel::Ptr<EvpnFloodSetFecSm> evpnFloodSetFecSmFactory(

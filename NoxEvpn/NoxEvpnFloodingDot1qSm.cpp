@@ -176,6 +176,14 @@ void EvpnFloodingDot1qSm::handleIntf(VelVlanConfig& reactor, IntfId const& intf)
 void EvpnFloodingDot1qSm::processIntfVlan(IntfId const& intf, VlanId vlan) {
   NOX_TRACE_ENTRY("processIntfVlan intf {} vlan {}", intf, vlan);
   VEL_ASSERT(initialized());
+  decideIntfVlan(intf, vlan);
+  // A pair retried and refused again leaves unprogrammedDot1q for the call and comes back: it
+  // has waited since its first refusal, so its time is settled once the decision is made.
+  IntfVlanKey const pair(intf, vlan);
+  pairWaitingSince_.settle(pair, unprogrammedDot1qIsMemberOf(pair), scheduler_->now());
+}
+
+void EvpnFloodingDot1qSm::decideIntfVlan(IntfId const& intf, VlanId vlan) {
   if (!bridgingConfig_->vlanConfigIsMemberOf(vlan)) {
     DOT1Q_DECISION("no vlan config");
     deleteIntfVlanMapping(intf, vlan);
@@ -387,6 +395,24 @@ void EvpnFloodingDot1qSm::doReviewUnprogrammed() {
       return;
     }
   }
+}
+
+// What waits.
+
+std::vector<PendingItem> EvpnFloodingDot1qSm::pending() const {
+  std::vector<PendingItem> items;
+  for (auto [pair, flag] : unprogrammedDot1qColl()) {
+    std::string ports;
+    if (auto const status = dot1qStatus(pair)) {
+      for (auto [port, member] : status->unprogrammedColl()) {
+        ports += pendingText(ports.empty() ? "" : ",", port.name());
+      }
+    }
+    items.push_back({"dot1q", pendingText(pair.intfId().name(), " ", pair.vlanId().value()),
+                     pendingText("dot1q mapping refused on ", ports),
+                     pairWaitingSince_.since(pair)});
+  }
+  return items;
 }
 
 VEL_REGISTER_TYPE(EvpnFloodingDot1qSm);

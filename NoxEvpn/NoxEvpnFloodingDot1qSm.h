@@ -12,6 +12,7 @@
 #include "NoxEvpn/NoxCommon.h"
 #include "NoxEvpn/NoxEvpn.h"
 #include "NoxEvpn/NoxEvpnFloodingSmHelper.h"
+#include "NoxEvpn/NoxEvpnPending.h"
 #include "platform/cog/TaskScheduler.h"
 #include "platform/cog/TimerTask.h"
 #include "platform/types/Bridging/Bridging.h"
@@ -95,6 +96,8 @@ class EvpnFloodingDot1qSm : public Vel::PtrInterface, public Vel::Described {
   bool initialized() const { return initialized_; }
   Vel::Ptr<Cog::TimerTask> const& reviewUnprogrammed() const { return reviewUnprogrammed_; }
   double defaultUnprogrammedRetryInterval() const { return defaultUnprogrammedRetryInterval_; }
+  // The pairs waiting in unprogrammedDot1q, in its order, with the ports the hardware refused.
+  std::vector<PendingItem> pending() const;
 
   void handleInitialized();
   void handleLagPort(Gantry::IntfId const& lag);
@@ -103,6 +106,7 @@ class EvpnFloodingDot1qSm : public Vel::PtrInterface, public Vel::Described {
   void handleIntf(VelVlanConfig& reactor, Gantry::IntfId const& intf);
 
   void processIntfVlan(Gantry::IntfId const& intf, Bridging::VlanId vlan);
+  void decideIntfVlan(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void addIntfVlanMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void deleteIntfVlanMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan);
   void addOrUpdateIntfVlanDot1qMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
@@ -166,6 +170,8 @@ class EvpnFloodingDot1qSm : public Vel::PtrInterface, public Vel::Described {
   Vel::Ptr<Cog::TimerTask> reviewUnprogrammed_;
   std::unique_ptr<VelReviewUnprogrammed> velReviewUnprogrammed_;
   double defaultUnprogrammedRetryInterval_ = 5.0;
+  // When each pair of unprogrammedDot1q started waiting.
+  PendingSince<IntfVlanKey> pairWaitingSince_;
 
  public:
   // Which physical ports of each pair are programmed and which failed.

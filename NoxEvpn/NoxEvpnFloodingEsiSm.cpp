@@ -202,6 +202,10 @@ void EvpnFloodingEsiSm::processIntfVlan(IntfId const& intf, VlanId vlan) {
   VEL_ASSERT(initialized());
   ++processDepth_;
   decideIntfVlan(intf, vlan);
+  // A pair retried and refused again leaves unprogrammedEsi for the call and comes back: it has
+  // waited since its first refusal, so its time is settled once the decision is made.
+  IntfVlanKey const key(intf, vlan);
+  pairWaitingSince_.settle(key, unprogrammedEsiIsMemberOf(key), scheduler_->now());
   if (--processDepth_ == 0) revisitTunnelsPublishedLate();
 }
 
@@ -499,19 +503,23 @@ bool EvpnFloodingEsiSm::publishTunnel(TunnelId const& tunnelId) {
   if (hwId == HwTunnelId()) {
     NOX_TRACE_CHANGE("failed to program tunnel");
     unprogrammedTunnelIs(tunnelId, true);
+    tunnelWaitingSince_.started(tunnelId, scheduler_->now());
     maybeScheduleUnprogrammedReview(false);
     return true;
   }
   NOX_TRACE_CHANGE("tunnel programmed with hw tunnel id {}", hwId);
   tunnelIdHwTunnelId_->tunnelIdToHwTunnelIdIs(TunnelIdToHwTunnelId(tunnelId, hwId));
-  if (unprogrammedTunnelDel(tunnelId)) tunnelsPublishedLate_.push_back(tunnelId);
+  if (unprogrammedTunnelDel(tunnelId)) {
+    tunnelWaitingSince_.stopped(tunnelId);
+    tunnelsPublishedLate_.push_back(tunnelId);
+  }
   return true;
 }
 
 void EvpnFloodingEsiSm::unpublishTunnel(TunnelId const& tunnelId) {
   NOX_TRACE_ENTRY("unpublishTunnel tunnel {}", tunnelId);
   VEL_ASSERT(initialized());
-  unprogrammedTunnelDel(tunnelId);
+  if (unprogrammedTunnelDel(tunnelId)) tunnelWaitingSince_.stopped(tunnelId);
   std::optional<HwTunnelId> const hwId = publishedHwTunnelId(tunnelId);
   if (!hwId) {
     NOX_TRACE_CHANGE("not programmed");
@@ -579,6 +587,37 @@ void EvpnFloodingEsiSm::doReviewUnprogrammed() {
     task->taskWorkCountInc(1);
     if (reviewYields()) return;
   }
+}
+
+// What waits.
+
+std::vector<PendingItem> EvpnFloodingEsiSm::pending() const {
+  auto const pairText = [](IntfVlanKey const& pair) {
+    return pendingText(pair.intfId().name(), " ", pair.vlanId().value());
+  };
+  std::vector<PendingItem> items;
+  for (auto [tunnel, flag] : unprogrammedTunnelColl()) {
+    double const since = tunnelWaitingSince_.since(tunnel);
+    items.push_back(
+        {"esi", pendingText("tunnel ", tunnel.value()), "no hw tunnel id (ids exhausted)", since});
+    auto const pairs = tunnelIntfVlanSet(tunnel);
+    if (!pairs) continue;
+    for (auto [pair, member] : pairs->intfVlanColl()) {
+      items.push_back({"esi", pairText(pair),
+                       pendingText("tunnel ", tunnel.value(), " has no hw tunnel id"), since});
+    }
+  }
+  for (auto [pair, flag] : unprogrammedEsiColl()) {
+    std::string ports;
+    if (auto const status = esiStatus(pair)) {
+      for (auto [port, member] : status->unprogrammedColl()) {
+        ports += pendingText(ports.empty() ? "" : ",", port.name());
+      }
+    }
+    items.push_back({"esi", pairText(pair), pendingText("esi data refused on ", ports),
+                     pairWaitingSince_.since(pair)});
+  }
+  return items;
 }
 
 VEL_REGISTER_TYPE(EvpnFloodingEsiSm);

@@ -15,6 +15,7 @@
 #include "NoxEvpn/NoxCommon.h"
 #include "NoxEvpn/NoxEvpn.h"
 #include "NoxEvpn/NoxEvpnFloodingSmHelper.h"
+#include "NoxEvpn/NoxEvpnPending.h"
 #include "platform/cog/TaskScheduler.h"
 #include "platform/cog/TimerTask.h"
 #include "platform/types/Evpn/Evpn.h"
@@ -96,6 +97,10 @@ class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
   Vel::Ptr<Cog::TimerTask> const& reviewUnprogrammed() const { return reviewUnprogrammed_; }
   double unprogrammedRetryInterval() const { return unprogrammedRetryInterval_; }
   bool initialized() const { return initialized_; }
+  // What waits, in this order: each tunnel without a hardware tunnel id (the helper's ids are
+  // exhausted) followed by the pairs behind it, then the pairs whose ESI data the helper
+  // refused, each in its collection's order.
+  std::vector<PendingItem> pending() const;
 
   void handleInitialized();
   void handleLagPort(Gantry::IntfId const& intf);
@@ -198,6 +203,9 @@ class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
   // outermost processIntfVlan is done (depth of processIntfVlan calls under way).
   std::vector<TunnelId> tunnelsPublishedLate_;
   int processDepth_ = 0;
+  // When each tunnel of unprogrammedTunnel and each pair of unprogrammedEsi started waiting.
+  PendingSince<TunnelId> tunnelWaitingSince_;
+  PendingSince<IntfVlanKey> pairWaitingSince_;
 };
 
 Vel::Ptr<EvpnFloodingEsiSm> evpnFloodingEsiSmFactory(

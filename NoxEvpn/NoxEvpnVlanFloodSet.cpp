@@ -59,4 +59,11 @@ bool isMplsDestConfigProgrammed(EvpnVlanFloodSetHwStatus const* hwStatus,
   return value && *value == programmed;
 }
 
+bool VlanMacDestOrder::operator()(VlanMacDest const& a, VlanMacDest const& b) const {
+  if (auto c = a.vlanId() <=> b.vlanId(); c != 0) return c < 0;
+  if (auto c = a.macAddr() <=> b.macAddr(); c != 0) return c < 0;
+  if (auto c = a.dest().destId() <=> b.dest().destId(); c != 0) return c < 0;
+  return a.dest().stringValue() < b.dest().stringValue();
+}
+
 }  // namespace Nox

@@ -101,6 +101,12 @@ class VlanMacDest : public Vel::Value<VlanMacDest> {
   L2Rib::Dest dest_;
 };
 
+// Ascending (VLAN, MAC, destination id, destination text): destinations have no order of their
+// own, and the lists of waiting destinations are shown in this one.
+struct VlanMacDestOrder {
+  bool operator()(VlanMacDest const& a, VlanMacDest const& b) const;
+};
+
 // Via -> hardware information; written by the flood-set FEC requests.
 class HwInfoMapping : public Vel::Entity {
  public:

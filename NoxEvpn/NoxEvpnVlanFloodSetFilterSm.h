@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "NoxEvpn/NoxEvpnFloodSetReactors.h"
+#include "NoxEvpn/NoxEvpnPending.h"
 #include "platform/types/L2Rib/L2Rib.h"
 #include "platform/vel/Vel.h"
 
@@ -31,6 +32,9 @@ class VlanFloodSetFilterSm : public Vel::PtrInterface, public Vel::Described {
   Vel::Ptr<L2Rib::FloodSetOutput const> const& inFloodSetOutput() const { return in_; }
   Vel::Ptr<L2Rib::FloodSetOutput> const& outFloodSetOutput() const { return out_; }
   bool initialized() const { return initialized_; }
+  // Always empty: a pure mirror waits for nothing, every change is copied in the notification
+  // that reports it.
+  std::vector<PendingItem> pending() const { return {}; }
 
   VEL_DESCRIBE("Nox::VlanFloodSetFilterSm", "destType", "inFloodSetOutput", "outFloodSetOutput",
                "vlanFloodSet", "initialized")

@@ -293,12 +293,20 @@ void EvpnVlanFloodSetSm::processMplsDestConfig(VlanMacDest const& d, bool inFloo
     } else {
       deleteMplsDestHwConfig(d);
     }
-    return;
+  } else {
+    NOX_TRACE_CHANGE("   hwId not ready for dest, tunnelId: {} label: {}", via.tunnelId(),
+                     via.label());
+    // Withdraw what was published with hardware information that is gone.
+    deleteMplsDestHwConfig(d);
   }
-  NOX_TRACE_CHANGE("   hwId not ready for dest, tunnelId: {} label: {}", via.tunnelId(),
-                   via.label());
-  // Withdraw what was published with hardware information that is gone.
-  deleteMplsDestHwConfig(d);
+  settleWaiting(d, inFloodSet);
+}
+
+void EvpnVlanFloodSetSm::settleWaiting(VlanMacDest const& d, bool inFloodSet) {
+  MplsDestConfig const published = inFloodSet ? mplsDestHwConfig(d) : MplsDestConfig();
+  double const now = clock_ ? clock_->now() : 0.0;
+  hwInfoSince_.settle(d, inFloodSet && !published, now);
+  hwTunnelIdSince_.settle(d, !!published && published.hwTunnelId() == HwTunnelId(), now);
 }
 
 MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig(Dest const& dest) {
@@ -374,6 +382,29 @@ void EvpnVlanFloodSetSm::withdrawFromOutput(VlanMacDest const& d, MplsDestConfig
   if (!pairConfig) return;
   pairConfig->mplsDestConfigDel(config);
   if (pairConfig->mplsDestConfigs() == 0) vlanFloodSetHwConfig_->configDel(d.pair());
+}
+
+// What waits.
+
+std::vector<PendingItem> EvpnVlanFloodSetSm::pending() const {
+  auto const destText = [](VlanMacDest const& d) {
+    return pendingText(d.vlanId().value(), " ", d.macAddr(), " ", d.dest());
+  };
+  std::vector<PendingItem> items;
+  for (auto const& [d, since] : hwInfoSince_.map()) {
+    MplsFloodSetVia const via = viaOf(d.dest());
+    items.push_back(
+        {"floodset", destText(d),
+         pendingText("no hw info for via ", via.tunnelId().value(), "/", via.label().stringValue()),
+         since});
+  }
+  for (auto const& [d, since] : hwTunnelIdSince_.map()) {
+    items.push_back(
+        {"floodset", destText(d),
+         pendingText("no hw tunnel id for tunnel ", d.dest().destDataMpls().tunnelId().value()),
+         since});
+  }
+  return items;
 }
 
 VEL_REGISTER_TYPE(EvpnVlanFloodSetSm);

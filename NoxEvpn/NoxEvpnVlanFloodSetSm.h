@@ -9,7 +9,9 @@
 
 #include "NoxEvpn/NoxEvpn.h"
 #include "NoxEvpn/NoxEvpnFloodSetReactors.h"
+#include "NoxEvpn/NoxEvpnPending.h"
 #include "NoxEvpn/NoxEvpnVlanFloodSet.h"
+#include "platform/cog/Clock.h"
 #include "platform/vel/Vel.h"
 
 namespace Nox {
@@ -97,6 +99,11 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
     return vlanFloodSetHwStatus_;
   }
   bool initialized() const { return initialized_; }
+  // The clock that dates what waits (the event thread's); without one every time reads 0.
+  void clockIs(Vel::Ptr<Vel::Clock const> clock) { clock_ = std::move(clock); }
+  // What waits: the destinations whose via has no hardware information, then those published
+  // without a hardware tunnel id; each in ascending (VLAN, MAC, destination).
+  std::vector<PendingItem> pending() const;
 
   VEL_DESCRIBE("Nox::EvpnVlanFloodSetSm", "floodSetOutput", "hwTunnelIdMapping", "hwInfoMapping",
                "vlanFloodSetHwConfig", "vlanFloodSetHwStatus", "tunnelToFloodSetEntry",
@@ -146,6 +153,8 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
   // Removes a configuration that is no longer this destination's from the pair's entity, and
   // the entity when that leaves it empty.
   void withdrawFromOutput(VlanMacDest const& d, MplsDestConfig const& config);
+  // Dates the destination's wait once its configuration is decided.
+  void settleWaiting(VlanMacDest const& d, bool inFloodSet);
 
   // MPLS-only flood sets, watched per VLAN and per MAC address.
   Vel::Ptr<L2Rib::FloodSetOutput const> floodSetOutput_;
@@ -175,6 +184,11 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
   VEL_REACTOR_COLLECTION(vlanFloodSetStatus, Bridging::MacVlanPair, VelVlanFloodSetStatus,
                          VlanFloodSetStatus)
   bool initialized_ = false;
+  Vel::Ptr<Vel::Clock const> clock_;
+  // Since when each destination has waited for its via's hardware information, or for its
+  // tunnel's hardware id.
+  PendingSince<VlanMacDest, VlanMacDestOrder> hwInfoSince_;
+  PendingSince<VlanMacDest, VlanMacDestOrder> hwTunnelIdSince_;
 };
 
 Vel::Ptr<EvpnVlanFloodSetSm> evpnVlanFloodSetSmFactory(

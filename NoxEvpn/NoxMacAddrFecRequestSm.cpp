@@ -239,31 +239,39 @@ void NoxMacAddrFecRequestSm::handleL2RibHost() {
   std::size_t const hosts = l2RibOutput_->hosts();
   hostBackLogQ_.reserve(hostBackLogQs() + hosts);
   macVlanToObjTupleCache_.reserve(std::max(macVlanToObjTupleCaches(), hosts));
+  std::size_t const before = hostBackLogQs();
   for (auto const& entry : l2RibOutput_->hostColl()) hostBackLogQIs(entry.key, true);
+  hostBacklogSince_.queued(hostBackLogQs() - before, scheduler_->now());
 }
 
 void NoxMacAddrFecRequestSm::handleLabel() {
   NOX_TRACE_ENTRY("handleLabel");
   if (!initialized()) return;
+  std::size_t const before = objTupleBackLogQs();
   for (auto const& entry : labelTable_->labelColl()) {
     objTupleBackLogQIs(ObjTuple(entry.key.value(), L2Rib::tableTypeLabel_), true);
   }
+  tupleBacklogSince_.queued(objTupleBackLogQs() - before, scheduler_->now());
 }
 
 void NoxMacAddrFecRequestSm::handleLb() {
   NOX_TRACE_ENTRY("handleLb");
   if (!initialized()) return;
+  std::size_t const before = objTupleBackLogQs();
   for (auto const& entry : lbTable_->loadBalanceColl()) {
     objTupleBackLogQIs(ObjTuple(entry.key.value(), L2Rib::tableTypeLoadBalance_), true);
   }
+  tupleBacklogSince_.queued(objTupleBackLogQs() - before, scheduler_->now());
 }
 
 void NoxMacAddrFecRequestSm::handleDest() {
   NOX_TRACE_ENTRY("handleDest");
   if (!initialized()) return;
+  std::size_t const before = objTupleBackLogQs();
   for (auto const& entry : destTable_->destColl()) {
     objTupleBackLogQIs(ObjTuple(entry.key.value(), L2Rib::tableTypeDest_), true);
   }
+  tupleBacklogSince_.queued(objTupleBackLogQs() - before, scheduler_->now());
 }
 
 // ---- The review task ----
@@ -295,6 +303,7 @@ void NoxMacAddrFecRequestSm::doReviewBacklog() {
         VEL_ASSERT(0);
     }
     objTupleBackLogQDel(objTuple);
+    tupleBacklogSince_.dequeued();
     reviewBacklog_->taskWorkCountInc();
   }
   while (auto const first = hostBackLogQColl().firstKey()) {
@@ -302,6 +311,7 @@ void NoxMacAddrFecRequestSm::doReviewBacklog() {
     MacVlanPair const macVlan = *first;
     handleL2RibHost(macVlan);
     hostBackLogQDel(macVlan);
+    hostBacklogSince_.dequeued();
     reviewBacklog_->taskWorkCountInc();
   }
   reviewBacklog_->unscheduleTask();
@@ -385,8 +395,10 @@ void NoxMacAddrFecRequestSm::handleLabel(LabelId const& labelId) {
   if (eligible && !(existedBefore && deleted)) {
     FecId const bound = objTupleToFecId(objTuple);
     addFec(buildFecForLabel(label, labelId, objTuple, bound), objTuple, bound);
+    chainIncompleteSince_.settle(objTuple, chainIncomplete_, scheduler_->now());
   } else {
     deleteFec(objTuple);
+    chainIncompleteSince_.stopped(objTuple);
   }
   // Three-level parents refer to the label by its FEC id, which an update keeps.
   if (maxChainLength() == 3 && existedBefore && !deleted) return;
@@ -425,8 +437,10 @@ void NoxMacAddrFecRequestSm::handleLb(LoadBalanceId const& lbId) {
   if (eligible && !(existedBefore && deleted)) {
     FecId const bound = objTupleToFecId(objTuple);
     addFec(buildFecForLb(lb, lbId, objTuple, bound), objTuple, bound);
+    chainIncompleteSince_.settle(objTuple, chainIncomplete_, scheduler_->now());
   } else {
     deleteFec(objTuple);
+    chainIncompleteSince_.stopped(objTuple);
   }
   if (maxChainLength() == 3 && existedBefore && !deleted) return;
   handleDependants(objTuple);
@@ -456,6 +470,7 @@ void NoxMacAddrFecRequestSm::handleHwFecIdResponse(FecId const& fecId) {
     return;
   }
   ObjTuple const objTuple = *requested;  // the writes below notify
+  requestSince_.settle(fecId, !present, scheduler_->now());
   if (present) {
     objTupleToHwIdMap_->hwIdIs(objTuple, fecResponse_->hwFecId(fecId).hwFecId());
   } else {
@@ -604,15 +619,22 @@ Tunnel::TunnelTable::TunnelId NoxMacAddrFecRequestSm::tunnelIdOf(L2Rib::Dest con
 
 // A label inside a load balance, flattened: its label and its destination's tunnel. Whatever of
 // the chain is missing is left out of the via.
-Via NoxMacAddrFecRequestSm::viaToLabelFlattened(ObjTuple const& labelTuple) const {
+Via NoxMacAddrFecRequestSm::viaToLabelFlattened(ObjTuple const& labelTuple) {
   Via via;
   LabelId const labelId(labelTuple.id());
-  if (!labelTable_->labelIsMemberOf(labelId)) return via;
+  if (!labelTable_->labelIsMemberOf(labelId)) {
+    chainIncomplete_ = true;
+    return via;
+  }
   Label const label = labelTable_->label(labelId).label();
   via.mplsLabelIs(label.label());
   VEL_ASSERT(label.next().tableType() == L2Rib::tableTypeDest_);
   L2Rib::Dest const dest = destTable_->dest(DestId(label.next().id()));
-  if (!(dest == L2Rib::Dest())) via.tunnelIdIs(tunnelIdOf(dest));
+  if (dest == L2Rib::Dest()) {
+    chainIncomplete_ = true;
+  } else {
+    via.tunnelIdIs(tunnelIdOf(dest));
+  }
   return via;
 }
 
@@ -620,11 +642,15 @@ Fec NoxMacAddrFecRequestSm::buildFecForLb(LoadBalance const& lb, LoadBalanceId l
                                           ObjTuple const&, FecId bound) {
   NOX_TRACE_ENTRY("buildFecForLb LbId:{}", lbId);
   Fec fec(getFecId(bound));
+  chainIncomplete_ = lb == LoadBalance();
   for (ObjTuple const* iter = lb.begin(); iter != lb.end(); ++iter) {
     VEL_ASSERT(iter->tableType() != L2Rib::tableTypeLoadBalance_);
     if (iter->tableType() == L2Rib::tableTypeDest_) {
       L2Rib::Dest const dest = destTable_->dest(DestId(iter->id()));
-      if (dest == L2Rib::Dest()) continue;
+      if (dest == L2Rib::Dest()) {
+        chainIncomplete_ = true;
+        continue;
+      }
       Via via;
       via.tunnelIdIs(tunnelIdOf(dest));
       fec.viaAdd(via);
@@ -633,7 +659,11 @@ Fec NoxMacAddrFecRequestSm::buildFecForLb(LoadBalance const& lb, LoadBalanceId l
     } else {
       VEL_ASSERT(maxChainLength() == 3);
       Via via;
-      if (FecId const next = objTupleToFecId(*iter); next != FecId()) via.fecIdIs(next);
+      if (FecId const next = objTupleToFecId(*iter); next != FecId()) {
+        via.fecIdIs(next);
+      } else {
+        chainIncomplete_ = true;
+      }
       fec.viaAdd(via);
     }
   }
@@ -644,25 +674,38 @@ Fec NoxMacAddrFecRequestSm::buildFecForLabel(Label const& label, LabelId labelId
                                              FecId bound) {
   NOX_TRACE_ENTRY("buildFecForLabel LabelId:{}", labelId);
   Fec fec(getFecId(bound));
+  chainIncomplete_ = label == Label();
   VEL_ASSERT(label.next().tableType() != L2Rib::tableTypeLabel_);
   ObjTuple const& next = label.next();
   if (next.tableType() == L2Rib::tableTypeDest_) {
     Via via;
     via.mplsLabelIs(label.label());
     L2Rib::Dest const dest = destTable_->dest(DestId(next.id()));
-    if (!(dest == L2Rib::Dest())) via.tunnelIdIs(tunnelIdOf(dest));
+    if (dest == L2Rib::Dest()) {
+      chainIncomplete_ = true;
+    } else {
+      via.tunnelIdIs(tunnelIdOf(dest));
+    }
     fec.viaAdd(via);
   } else if (next.tableType() == L2Rib::tableTypeLoadBalance_ && maxChainLength() == 3) {
     Via via;
     via.mplsLabelIs(label.label());
-    if (FecId const lbFecId = objTupleToFecId(next); lbFecId != FecId()) via.fecIdIs(lbFecId);
+    if (FecId const lbFecId = objTupleToFecId(next); lbFecId != FecId()) {
+      via.fecIdIs(lbFecId);
+    } else {
+      chainIncomplete_ = true;
+    }
     fec.viaAdd(via);
   } else if (next.tableType() == L2Rib::tableTypeLoadBalance_) {
     LoadBalance const lb = lbTable_->loadBalance(LoadBalanceId(next.id()));
+    if (lb == LoadBalance()) chainIncomplete_ = true;
     for (ObjTuple const* iter = lb.begin(); iter != lb.end(); ++iter) {
       VEL_ASSERT(iter->tableType() == L2Rib::tableTypeDest_);
       L2Rib::Dest const dest = destTable_->dest(DestId(iter->id()));
-      if (dest == L2Rib::Dest()) continue;
+      if (dest == L2Rib::Dest()) {
+        chainIncomplete_ = true;
+        continue;
+      }
       Via via;
       via.mplsLabelIs(label.label());
       via.tunnelIdIs(tunnelIdOf(dest));
@@ -730,6 +773,7 @@ void NoxMacAddrFecRequestSm::makeFecRequest(ObjTuple const& objTuple, FecId fecI
     fecRequestReverseMapIs(fecId, objTuple);
     if (!fecRequest_->hwFecIdRequestIsMemberOf(fecId)) fecRequest_->hwFecIdRequestIs(fecId);
     fecRequestCacheIs(objTuple, fecId);
+    requestSince_.settle(fecId, !fecResponse_->hwFecIdIsMemberOf(fecId), scheduler_->now());
   }
   NOX_TRACE_CHANGE("Making Fec request:{}", fecId);
 }
@@ -742,6 +786,51 @@ void NoxMacAddrFecRequestSm::deleteFecRequest(ObjTuple const& objTuple) {
   fecRequestReverseMapDel(fecId);
   fecRequest_->hwFecIdRequestDel(fecId);
   fecRequestCacheDel(objTuple);
+  requestSince_.stopped(fecId);
+}
+
+// ---- What waits ----
+
+std::vector<PendingItem> NoxMacAddrFecRequestSm::pending() const {
+  std::vector<PendingItem> items;
+  std::size_t position = 0;
+  for (auto [objTuple, flag] : objTupleBackLogQColl()) {
+    items.push_back({"macfec", pendingText(objTuple), "start-up backlog",
+                     tupleBacklogSince_.since(position++)});
+  }
+  auto const hostText = [](MacVlanPair const& macVlan) {
+    return pendingText(macVlan.macAddr(), " ", macVlan.vlanId().value());
+  };
+  position = 0;
+  for (auto [macVlan, flag] : hostBackLogQColl()) {
+    items.push_back(
+        {"macfec", hostText(macVlan), "start-up backlog", hostBacklogSince_.since(position++)});
+  }
+  // A host's chain is its tuple and, three levels deep, the tuples that one leads to.
+  if (chainIncompleteSince_.size() > 0) {
+    for (auto [macVlan, objTuple] : macVlanToObjTupleCacheColl()) {
+      ObjTuple missing = objTuple;
+      bool incomplete = chainIncompleteSince_.waiting(objTuple);
+      if (auto const children = nextHopForwardMap(objTuple); !incomplete && children) {
+        for (auto [child, member] : children->objTupleColl()) {
+          if (!chainIncompleteSince_.waiting(child)) continue;
+          missing = child;
+          incomplete = true;
+          break;
+        }
+      }
+      if (!incomplete) continue;
+      items.push_back({"macfec", hostText(macVlan),
+                       pendingText("chain of ", objTuple, " incomplete at ", missing),
+                       chainIncompleteSince_.since(missing)});
+    }
+  }
+  for (auto [objTuple, fecId] : fecRequestCacheColl()) {
+    if (!requestSince_.waiting(fecId)) continue;
+    items.push_back({"macfec", pendingText("fec ", fecId),
+                     pendingText("no response for ", objTuple), requestSince_.since(fecId)});
+  }
+  return items;
 }
 
 VEL_REGISTER_TYPE(ObjTupleSet);

@@ -18,6 +18,7 @@
 #include <unordered_map>
 
 #include "NoxEvpn/NoxEvpn.h"
+#include "NoxEvpn/NoxEvpnPending.h"
 #include "platform/cog/NumAllocator.h"
 #include "platform/cog/TaskScheduler.h"
 #include "platform/cog/TimerTask.h"
@@ -240,6 +241,10 @@ class NoxMacAddrFecRequestSm : public Vel::PtrInterface, public Vel::Described {
   void reviewIntervalIs(double seconds) { reviewInterval_ = seconds; }
   bool backLogQsDrained() const { return backLogQsDrained_; }
   bool initialized() const { return initialized_; }
+  // What waits, in this order: the start-up backlog (tuples, then hosts, in queue order), the
+  // hosts whose chain misses a piece (in macVlanToObjTupleCache's order), then the requests
+  // without a response (in fecRequestCache's order).
+  std::vector<PendingItem> pending() const;
 
   void handleInitialized();
   void handleL2RibHost(MacVlanPair const& macVlan);
@@ -298,7 +303,8 @@ class NoxMacAddrFecRequestSm : public Vel::PtrInterface, public Vel::Described {
                                ObjTuple const& objTuple, FecId bound);
   Kelp::Fib::Fec buildFecForLabel(L2Rib::Label const& label, LabelId labelId,
                                   ObjTuple const& objTuple, FecId bound);
-  Kelp::Fib::Via viaToLabelFlattened(ObjTuple const& labelTuple) const;
+  // Builders note a missing piece of the chain in chainIncomplete_.
+  Kelp::Fib::Via viaToLabelFlattened(ObjTuple const& labelTuple);
   Tunnel::TunnelTable::TunnelId tunnelIdOf(L2Rib::Dest const& dest) const;
   void addFec(Kelp::Fib::Fec const& fec, ObjTuple const& objTuple, FecId bound);
   void deleteFec(ObjTuple const& objTuple);
@@ -388,6 +394,14 @@ class NoxMacAddrFecRequestSm : public Vel::PtrInterface, public Vel::Described {
   // Kept for observers; the review does not change it.
   bool backLogQsDrained_ = false;
   bool initialized_ = false;
+  // Whether the FEC just built misses a piece of its chain.
+  bool chainIncomplete_ = false;
+  // Since when the backlog's entries, the tuples whose chain misses a piece and the requests
+  // without a response have waited.
+  PendingBatches tupleBacklogSince_;
+  PendingBatches hostBacklogSince_;
+  PendingSince<ObjTuple> chainIncompleteSince_;
+  PendingSince<FecId> requestSince_;
 };
 
 Vel::Ptr<NoxMacAddrFecRequestSm> noxMacAddrFecRequestSmFactory(

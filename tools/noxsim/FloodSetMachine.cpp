@@ -13,8 +13,11 @@ MachineWiring floodSetMachine() {
       .writes = {"hwconfig"},
       .start =
           [](World& w) {
-            return Vel::Ptr<Vel::PtrInterface>(Nox::evpnVlanFloodSetSmFactory(
-                w.filteredFloodSets, w.tunnels, w.hwInfo, w.hwConfig, w.hwStatus));
+            auto sm = Nox::evpnVlanFloodSetSmFactory(w.filteredFloodSets, w.tunnels, w.hwInfo,
+                                                     w.hwConfig, w.hwStatus);
+            // What waits is dated on the event thread's clock, as in the other machines.
+            sm->clockIs(w.clock);
+            return Vel::Ptr<Vel::PtrInterface>(sm);
           },
       .ownsTask = {},
   };

@@ -14,7 +14,7 @@ std::vector<TableEntry> const& tableRegistry() {
   static std::vector<TableEntry> const table = [] {
     std::vector<std::vector<TableEntry>> const families = {
         floodSetTables(), agentTables(),  tunnelTables(), esiTables(),
-        decapTables(),    macFecTables(), dot1qTables(),
+        decapTables(),    macFecTables(), dot1qTables(),  pendingTables(),
     };
     std::vector<TableEntry> joined;
     for (auto const& family : families) joined.insert(joined.end(), family.begin(), family.end());

@@ -41,5 +41,6 @@ std::vector<TableEntry> esiTables();
 std::vector<TableEntry> decapTables();
 std::vector<TableEntry> macFecTables();
 std::vector<TableEntry> dot1qTables();
+std::vector<TableEntry> pendingTables();
 
 }  // namespace Noxsim

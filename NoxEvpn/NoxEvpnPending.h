@@ -1,0 +1,100 @@
+#pragma once
+
+// What a machine is waiting for, and since when, for operators asking "why is this not
+// programmed yet?". Every machine answers pending() with one PendingItem per waiting item, read
+// from the collections it waits in, in their own order; the time each item started waiting is
+// kept beside those collections, in seconds of the machine's clock.
+//
+// The bookkeeping costs one map insert when an item starts waiting and one erase when it stops;
+// an item that is retried and fails again keeps the time it first started waiting.
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <iosfwd>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace Nox {
+
+struct PendingItem {
+  // The machine's short name (`esi`, `decap`, ...).
+  std::string machine;
+  // What waits, and for what, as text.
+  std::string key;
+  std::string reason;
+  // The machine clock's time when the item started waiting.
+  double since = 0.0;
+  friend bool operator==(PendingItem const&, PendingItem const&) = default;
+};
+// "machine key: reason since T", for messages.
+std::ostream& operator<<(std::ostream& os, PendingItem const& item);
+
+// A value's stream form, for the key and reason texts.
+template <class... Parts>
+std::string pendingText(Parts const&... parts) {
+  std::ostringstream os;
+  (os << ... << parts);
+  return os.str();
+}
+
+// When each waiting item started waiting. The map is the side collection of the machine's
+// waiting collection (or, where the machine keeps none, the collection itself: it iterates in
+// ascending key order).
+template <class Key, class Order = std::less<Key>>
+class PendingSince {
+ public:
+  using Map = std::map<Key, double, Order>;
+
+  // An item already waiting keeps its time.
+  void started(Key const& key, double now) { since_.try_emplace(key, now); }
+  void stopped(Key const& key) {
+    if (!since_.empty()) since_.erase(key);
+  }
+  void settle(Key const& key, bool waiting, double now) {
+    if (waiting) {
+      started(key, now);
+    } else {
+      stopped(key);
+    }
+  }
+  bool waiting(Key const& key) const { return since_.find(key) != since_.end(); }
+  // 0 for an item not recorded.
+  double since(Key const& key) const {
+    auto const it = since_.find(key);
+    return it == since_.end() ? 0.0 : it->second;
+  }
+  Map const& map() const { return since_; }
+  std::size_t size() const { return since_.size(); }
+
+ private:
+  Map since_;
+};
+
+// Since when each entry of a queue has waited, for a queue that is filled at the back in batches
+// (every entry of a batch queued at one time) and emptied from the front only: one record per
+// batch instead of one per entry, so queueing a start-up backlog of many thousand entries costs
+// nothing per entry.
+class PendingBatches {
+ public:
+  // `added` new entries joined the back of the queue at `now`.
+  void queued(std::size_t added, double now);
+  // The front entry left the queue.
+  void dequeued();
+  // When the entry `position` places from the front was queued.
+  double since(std::size_t position) const;
+
+ private:
+  struct Batch {
+    std::uint64_t end;  // queued_ once the batch was in
+    double since;
+  };
+  std::deque<Batch> batches_;
+  std::uint64_t queued_ = 0;
+  std::uint64_t dequeued_ = 0;
+};
+
+}  // namespace Nox
