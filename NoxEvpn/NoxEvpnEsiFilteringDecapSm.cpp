@@ -295,7 +295,11 @@ std::vector<PendingItem> EsiFilteringDecapSm::pending() const {
   std::vector<PendingItem> items;
   auto const routeText = [](RouteKey const& routeKey) { return pendingText("route ", routeKey); };
   for (auto const& entry : lfibHwStatus_->unprogrammedRouteColl()) {
-    items.push_back({"decap", routeText(entry.key), pendingText("unprogrammed rc ", entry.value),
+    char const* why = entry.value == Mpls::lfibHwProgrammingConflict     ? "interface taken"
+                      : entry.value == Mpls::lfibHwProgrammingNoResource ? "no resource"
+                      : entry.value == Mpls::lfibHwProgrammingBusy       ? "busy"
+                                                                         : "unprogrammed";
+    items.push_back({"decap", routeText(entry.key), pendingText(why, " (rc ", entry.value, ")"),
                      listedSince_.since(entry.key)});
   }
   for (auto const& [routeKey, since] : viaWaitingSince_.map()) {

@@ -821,7 +821,9 @@ std::vector<PendingItem> NoxMacAddrFecRequestSm::pending() const {
       }
       if (!incomplete) continue;
       items.push_back({"macfec", hostText(macVlan),
-                       pendingText("chain of ", objTuple, " incomplete at ", missing),
+                       missing == objTuple
+                           ? pendingText("chain of ", objTuple, " incomplete")
+                           : pendingText("chain of ", objTuple, " incomplete at ", missing),
                        chainIncompleteSince_.since(missing)});
     }
   }
