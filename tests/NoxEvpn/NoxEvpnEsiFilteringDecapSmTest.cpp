@@ -133,6 +133,32 @@ TEST_F(DecapTest, RetryableCodesAreListedAndRetriedEveryIntervalUntilSuccess) {
   EXPECT_FALSE(sm->reviewUnprogrammed()->taskScheduled());
 }
 
+// A key waits in the backlog from its arrival; a listed route keeps the time it was first listed
+// through retries that fail again, whatever the code; a route waits for its filter via until it
+// comes. Each leaves the list when its wait ends.
+TEST_F(DecapTest, PendingListsListedRoutesRoutesWithoutViaAndTheBacklogSinceTheyWait) {
+  using Items = std::vector<Nox::PendingItem>;
+  advance(1.0);
+  w.touch(3000);
+  EXPECT_EQ(sm->pending(), (Items{{"decap", "route 3000", "in backlog", 1.0}}));
+  w.viaSet(30, {filterVia(3)});
+  w.route(3000, 30);
+  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingNoResource);
+  w.filterRoute(1000, "Ethernet1");
+  settle();
+  EXPECT_EQ(sm->pending(), (Items{{"decap", "route 1000", "no resource (rc 2)", 1.0},
+                                  {"decap", "route 3000", "no filter via 6/3", 1.0}}));
+  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingBusy);
+  advance(5.0);
+  EXPECT_EQ(sm->pending(), (Items{{"decap", "route 1000", "busy (rc 3)", 1.0},
+                                  {"decap", "route 3000", "no filter via 6/3", 1.0}}));
+  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingSuccess);
+  w.filter(3, "Ethernet3");
+  w.touch(3000);
+  advance(5.0);
+  EXPECT_EQ(sm->pending(), Items{});
+}
+
 TEST_F(DecapTest, ANewInstanceStartsEmptyAndDrainsTheBacklogItFinds) {
   w.filterRoute(1000, "Ethernet1");
   w.filterRoute(2000, "Ethernet2");

@@ -179,6 +179,26 @@ TEST_F(FloodSetFecSmTest, InvalidTunnelIdGetsNoFec) {
   EXPECT_EQ(sm->floodSetEntryCaches(), 0u);
 }
 
+// A request waits from its publication until its response, and again once the response is
+// withdrawn; a destination over the invalid tunnel id waits while it is in the flood sets.
+TEST_F(FloodSetFecSmTest, PendingListsUnansweredRequestsAndDestinationsOverTheInvalidTunnel) {
+  using Items = std::vector<Nox::PendingItem>;
+  start();
+  scheduler->advanceBy(1.0);
+  floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
+  floodSet(10, 1)->destSetIs(dest("mpls/2/Tunnel0/1000"), true);
+  EXPECT_EQ(sm->pending(), (Items{{"floodset-fec", "fec 12:0", "no response for via 5/1000", 1.0},
+                                  {"floodset-fec", "10 00:00:00:00:00:01 mpls/2/Tunnel0/1000",
+                                   "invalid tunnel id 0", 1.0}}));
+  scheduler->advanceBy(1.0);
+  respond(0, 100000, "L2Intf7");
+  floodSet(10, 1)->destSetDel(dest("mpls/2/Tunnel0/1000"));
+  EXPECT_EQ(sm->pending(), Items{});
+  withdraw(0);
+  EXPECT_EQ(sm->pending(),
+            (Items{{"floodset-fec", "fec 12:0", "no response for via 5/1000", 2.0}}));
+}
+
 TEST_F(FloodSetFecSmTest, StartOverFilledInputsMatchesIncrementalAndDropsAnEarlierRunsState) {
   auto fill = [&] {
     floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);

@@ -125,6 +125,29 @@ TEST_F(Dot1qSmTest, ReviewDropsWaitingPairWhoseMembershipWentAndRemovalReviewsAt
   EXPECT_TRUE(hardware.takeCalls().empty());
 }
 
+// A pair refused again by the review keeps the time of its first refusal; a pair that leaves
+// the list and is refused later starts afresh.
+TEST_F(Dot1qSmTest, PendingListsRefusedPairsSinceTheirFirstRefusal) {
+  using Items = std::vector<Nox::PendingItem>;
+  lag("Port-Channel1", {"Ethernet1", "Ethernet2"});
+  tag(10, 100);
+  scheduler->advanceBy(2);
+  rc(Nox::notProgrammed);
+  member(10, "Port-Channel1");
+  Items const refused{
+      {"dot1q", "Port-Channel1 10", "dot1q mapping refused on Ethernet1,Ethernet2", 2.0}};
+  EXPECT_EQ(sm->pending(), refused);
+  scheduler->advanceBy(5);
+  EXPECT_EQ(sm->pending(), refused);
+  rc(Nox::programmed);
+  scheduler->advanceBy(5);
+  EXPECT_EQ(sm->pending(), Items{});
+  rc(Nox::notProgrammed);
+  member(10, "Ethernet3");
+  EXPECT_EQ(sm->pending(),
+            (Items{{"dot1q", "Ethernet3 10", "dot1q mapping refused on Ethernet3", 12.0}}));
+}
+
 TEST_F(Dot1qSmTest, MachineBuiltOverFilledInputsProgramsWhatChangesOneByOneWould) {
   tag(10, 100);
   tag(20, 200);

@@ -141,6 +141,30 @@ TEST_F(EsiSmTest, StartupEmptiesTheTableAndWalksTheInputs) {
   EXPECT_TRUE(w.tunnels->tunnelIdToHwTunnelIdControl().ready);
 }
 
+// A waiting item is listed from its first failure on, a retry that fails again keeps that time,
+// and it leaves the list once programmed.
+TEST_F(EsiSmTest, PendingListsRefusedPairsAndTunnelsWithoutIdSinceTheirFirstFailure) {
+  using Items = std::vector<Nox::PendingItem>;
+  sm = w.start();
+  w.advance(1.0);
+  w.helper->createEsiDataRcIs(Nox::notProgrammed);
+  w.dfIs("Ethernet1", 10, 5);
+  w.labelIs("Ethernet1", 5, 1000);
+  Nox::PendingItem const refused{"esi", "Ethernet1 10", "esi data refused on Ethernet1", 1.0};
+  EXPECT_EQ(sm->pending(), Items{refused});
+  w.advance(5.0);  // the review is refused again
+  EXPECT_EQ(sm->pending(), Items{refused});
+  w.helper->hwTunnelIdExhaustedIs(true);
+  w.dfIs("Ethernet1", 20, 6);
+  EXPECT_EQ(sm->pending(), (Items{{"esi", "tunnel 6", "no hw tunnel id (ids exhausted)", 6.0},
+                                  {"esi", "Ethernet1 20", "tunnel 6 has no hw tunnel id", 6.0},
+                                  refused}));
+  w.helper->createEsiDataRcIs(Nox::programmed);
+  w.helper->hwTunnelIdExhaustedIs(false);
+  w.advance(5.0);
+  EXPECT_EQ(sm->pending(), Items{});
+}
+
 TEST_F(EsiSmTest, TepOutsideTheTunnelIdRangeRaisesTheRangeError) {
   sm = w.start();
   auto segment = w.segment("Ethernet1");

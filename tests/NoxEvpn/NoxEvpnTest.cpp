@@ -5,6 +5,7 @@
 
 #include "NoxEvpn/NoxCommon.h"
 #include "NoxEvpn/NoxEvpn.h"
+#include "NoxEvpn/NoxEvpnPending.h"
 
 namespace {
 
@@ -22,6 +23,26 @@ TEST(Keys, OrderFieldByFieldAndCompareLaterFieldsOnlyOnTies) {
   EXPECT_NE(a, b);
   EXPECT_EQ(a, Nox::IntfVlanTunnelKey(IntfId("Ethernet01"), VlanId(10), TunnelId(9)));
   EXPECT_EQ(a.hash(), Nox::IntfVlanTunnelKey(IntfId("Ethernet1"), VlanId(10), TunnelId(9)).hash());
+}
+
+// Entries leave from the front only, so each one's time is its batch's: found past the batches
+// that emptied, and not moved by a batch queued at the same time being merged into the last.
+TEST(PendingBatches, EachEntryKeepsTheTimeOfTheBatchThatQueuedIt) {
+  Nox::PendingBatches batches;
+  batches.queued(2, 1.0);
+  batches.queued(0, 2.0);
+  batches.queued(1, 3.0);
+  batches.queued(1, 3.0);
+  EXPECT_EQ(batches.since(0), 1.0);
+  EXPECT_EQ(batches.since(1), 1.0);
+  EXPECT_EQ(batches.since(2), 3.0);
+  EXPECT_EQ(batches.since(3), 3.0);
+  batches.dequeued();
+  batches.dequeued();
+  batches.queued(1, 4.0);
+  EXPECT_EQ(batches.since(0), 3.0);
+  EXPECT_EQ(batches.since(2), 4.0);
+  EXPECT_EQ(batches.since(3), 0.0);  // past the back
 }
 
 TEST(Keys, HashIsMurmurOfTheFieldHashes) {

@@ -111,6 +111,35 @@ TEST_F(FloodSetSmTest, DestinationWaitsForItsViaThenIsPublishedAndWithdrawnWithI
           "100 00:00:00:00:01:00 tunnel=5 label=1000 hwTunnelId=0 hwId=70002 l2Intf=L2Intf102"}));
 }
 
+// A destination waits for its via's hardware information, then, published without one, for its
+// tunnel's hardware id; an update that still lacks it keeps the time, and a destination that
+// leaves the flood sets stops waiting.
+TEST_F(FloodSetSmTest, PendingListsDestinationsWaitingForHwInfoOrAHwTunnelIdSinceTheyWait) {
+  using Items = std::vector<Nox::PendingItem>;
+  Vel::Ptr<Vel::VirtualClock> clock = new Vel::VirtualClock;
+  tunnels->tunnelIdToHwTunnelIdReadyIs(false);
+  start();
+  sm->clockIs(clock);
+  clock->advanceTo(1.0);
+  floodSet(100, 0x100)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
+  std::string const key = "100 00:00:00:00:01:00 mpls/1/Tunnel5/1000";
+  EXPECT_EQ(sm->pending(), (Items{{"floodset", key, "no hw info for via 5/1000", 1.0}}));
+  clock->advanceTo(2.0);
+  hwInfos->mappingIs(via(5, 1000), hwInfo(70001, "L2Intf101"));
+  Items const noTunnelId{{"floodset", key, "no hw tunnel id for tunnel 5", 2.0}};
+  EXPECT_EQ(sm->pending(), noTunnelId);
+  clock->advanceTo(3.0);
+  hwInfos->mappingIs(via(5, 1000), hwInfo(70002, "L2Intf102"));
+  EXPECT_EQ(sm->pending(), noTunnelId);
+  tunnels->tunnelIdToHwTunnelIdIs(Nox::TunnelIdToHwTunnelId(TunnelId(5), HwTunnelId(9)));
+  tunnels->tunnelIdToHwTunnelIdReadyIs(true);
+  EXPECT_EQ(sm->pending(), Items{});
+  floodSet(100, 0x100)->destSetIs(dest("mpls/2/Tunnel6/1000"), true);
+  EXPECT_EQ(sm->pending().size(), 1u);
+  in->vlanFloodSetDel(vlan(100));
+  EXPECT_EQ(sm->pending(), Items{});
+}
+
 TEST_F(FloodSetSmTest, HardwareTunnelIdChangeUpdatesConfigsWithoutEmptyingThePair) {
   hwInfos->mappingIs(via(6, 1000), hwInfo(1099511627776ull, "L2Intf103"));
   floodSet(101, 0x100)->destSetIs(dest("mpls/3/Tunnel6/1000"), true);

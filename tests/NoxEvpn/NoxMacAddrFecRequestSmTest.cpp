@@ -207,6 +207,33 @@ TEST_F(MacFecTest, RestartEmptiesTheRequestsAndRebuildsThroughTheYieldingReview)
   EXPECT_EQ(rig.fecLines(), before);
 }
 
+// The start-up backlog waits from start-up; a host waits while its chain misses a piece, dated
+// from when the piece went missing, and a request while it has no response.
+TEST_F(MacFecTest, PendingListsTheBacklogIncompleteChainsAndUnansweredRequestsSinceTheyWait) {
+  using Items = std::vector<Nox::PendingItem>;
+  rig.programmerOn = false;
+  rig.dest(1, 5);
+  rig.host(1, labelTuple(10));
+  rig.scheduler->advanceBy(1.0);
+  rig.start();
+  EXPECT_EQ(rig.sm->pending(),
+            (Items{{"macfec", "dest:1", "start-up backlog", 1.0},
+                   {"macfec", "00:00:00:00:00:01 10", "start-up backlog", 1.0}}));
+  rig.advance(0.5);
+  Nox::PendingItem const unanswered{"macfec", "fec 8:0", "no response for label:10", 1.5};
+  EXPECT_EQ(
+      rig.sm->pending(),
+      (Items{{"macfec", "00:00:00:00:00:01 10", "chain of label:10 incomplete", 1.5}, unanswered}));
+  rig.advance(1.0);
+  rig.label(10, 1000, destTuple(1));
+  EXPECT_EQ(rig.sm->pending(), Items{unanswered});
+  rig.program();
+  EXPECT_EQ(rig.sm->pending(), Items{});
+  rig.destDel(1);
+  EXPECT_EQ(rig.sm->pending(),
+            (Items{{"macfec", "00:00:00:00:00:01 10", "chain of label:10 incomplete", 2.5}}));
+}
+
 TEST_F(MacFecTest, BadSettingsAndOversizedLoadBalancesAreRangeErrors) {
   rig.startReviewed();
   try {
