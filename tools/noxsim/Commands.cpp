@@ -17,8 +17,8 @@ struct TextHash {
 
 std::vector<CommandEntry> commandTable() {
   std::vector<std::vector<CommandEntry>> const families = {
-      floodSetCommands(), agentCommands(), checkCommands(),  tunnelCommands(),
-      evpnCommands(),     decapCommands(), macFecCommands(), dot1qCommands(),
+      floodSetCommands(), agentCommands(),  checkCommands(), tunnelCommands(), evpnCommands(),
+      decapCommands(),    macFecCommands(), dot1qCommands(), verifyCommands(),
   };
   std::vector<CommandEntry> table;
   for (auto const& family : families) table.insert(table.end(), family.begin(), family.end());
