@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/NoxEvpn/MacFecRig.h"
+#include "tests/NoxEvpn/VerifyUtil.h"
 
 #if NOX_HAVE_RAPIDCHECK
 #include <rapidcheck/gtest.h>
@@ -210,6 +211,8 @@ RC_GTEST_PROP(MacFecProperty, HostFecsFollowTheTablesAndIdsStayUnique, ()) {
   for (Op const& op : ops) {
     model.apply(op);
     model.check();
+    NoxTest::requireVerified(
+        Nox::verifyMacFec(*rig.sm, {rig.labels, rig.lbs, rig.dests, rig.responses, rig.hosts}));
   }
 }
 

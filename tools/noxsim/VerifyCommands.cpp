@@ -10,6 +10,7 @@
 #include "tools/noxsim/Commands.h"
 #include "tools/noxsim/Sim.h"
 #include "tools/noxsim/Text.h"
+#include "tools/noxsim/VerifyCommands.h"
 
 namespace Noxsim {
 
@@ -73,8 +74,29 @@ std::vector<std::string_view> verifyArgs(Args& a) {
   return names;
 }
 
-// The differences of the machines, or nullopt after a failure (a named machine not running).
-std::optional<std::vector<Nox::VerifyDifference>> differences(
+Action parseVerify(ParseInput& in) {
+  auto const names = verifyArgs(in.args);
+  return [names](Sim& sim) {
+    auto const found = verifyMachines(sim, names);
+    if (!found || sim.quiet()) return;
+    for (auto const& d : *found) sim.out() << Nox::verifyDifferenceText(d) << '\n';
+  };
+}
+
+Action parseExpectVerify(ParseInput& in) {
+  auto const names = verifyArgs(in.args);
+  return [names](Sim& sim) {
+    auto const found = verifyMachines(sim, names);
+    if (!found || !Nox::hasUnexpectedDifference(*found)) return;
+    std::string message = "expect verify: the machines differ from a fresh build";
+    for (auto const& d : *found) message += cat("\n  ", Nox::verifyDifferenceText(d));
+    sim.fail(message);
+  };
+}
+
+}  // namespace
+
+std::optional<std::vector<Nox::VerifyDifference>> verifyMachines(
     Sim& sim, std::vector<std::string_view> const& names) {
   std::vector<Nox::VerifyDifference> all;
   for (auto const& entry : verifyTable()) {
@@ -92,28 +114,6 @@ std::optional<std::vector<Nox::VerifyDifference>> differences(
   }
   return all;
 }
-
-Action parseVerify(ParseInput& in) {
-  auto const names = verifyArgs(in.args);
-  return [names](Sim& sim) {
-    auto const found = differences(sim, names);
-    if (!found || sim.quiet()) return;
-    for (auto const& d : *found) sim.out() << Nox::verifyDifferenceText(d) << '\n';
-  };
-}
-
-Action parseExpectVerify(ParseInput& in) {
-  auto const names = verifyArgs(in.args);
-  return [names](Sim& sim) {
-    auto const found = differences(sim, names);
-    if (!found || !Nox::hasUnexpectedDifference(*found)) return;
-    std::string message = "expect verify: the machines differ from a fresh build";
-    for (auto const& d : *found) message += cat("\n  ", Nox::verifyDifferenceText(d));
-    sim.fail(message);
-  };
-}
-
-}  // namespace
 
 std::vector<CommandEntry> verifyCommands() {
   return {
