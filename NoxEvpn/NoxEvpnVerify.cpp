@@ -179,14 +179,21 @@ FecView fecView(FecIdToHwFecIdRequest const& request, std::string const& machine
     std::string const& name = names[entry.key];
     std::string vias = viasText(entry.value, names);
     if (request.hwFecIdRequest(entry.key)) vias += " requested";
+    bool const requested = request.hwFecIdRequest(entry.key);
     if (view.ids.count(name)) {
-      view.idConflicts.push_back({machine,
-                                  "fec-id",
-                                  name,
-                                  "fec " + text(view.ids[name]) + " and fec " + text(entry.key),
-                                  "",
-                                  false,
-                                  {}});
+      // A FEC without request beside a requested one of the same contents is what a stopped
+      // machine left: its successor starts over with ids of its own.
+      FecId const other = view.ids[name];
+      bool const otherRequested = request.hwFecIdRequest(other);
+      VerifyDifference d{
+          machine, "fec-id", name, "fec " + text(other) + " and fec " + text(entry.key),
+          "",      false,    {}};
+      if (requested != otherRequested) {
+        d.expected = true;
+        d.reason = "a leftover of a stopped machine, no longer requested";
+      }
+      view.idConflicts.push_back(std::move(d));
+      if (otherRequested && !requested) continue;
     }
     view.fecs[name] = std::move(vias);
     view.ids[name] = entry.key;
