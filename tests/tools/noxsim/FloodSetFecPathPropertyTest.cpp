@@ -186,10 +186,12 @@ rc::Gen<Op> genOp() {
 RC_GTEST_PROP(FloodSetFecPath, FecsHardwareInformationAndConfigurationsStayConsistent, ()) {
   auto const ops = *rc::gen::container<std::vector<Op>>(genOp());
   Path path;
-  for (Op const& op : ops) {
-    path.apply(op);
+  // A verification creates scratch shared-memory tables, the costly part of it: every fourth
+  // step and the last.
+  for (std::size_t i = 0; i < ops.size(); ++i) {
+    path.apply(ops[i]);
     path.check();
-    path.verify();
+    if (i % 4 == 3 || i + 1 == ops.size()) path.verify();
   }
 }
 
