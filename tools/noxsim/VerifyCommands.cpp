@@ -61,15 +61,16 @@ std::string verifiableNames() {
 }
 
 // The named machines (each must be running when the command runs), or every running one.
-std::vector<std::string_view> verifyArgs(Args& a) {
-  std::vector<std::string_view> names;
+std::vector<std::string> verifyArgs(Args& a) {
+  // Copies: the words die with the parse.
+  std::vector<std::string> names;
   for (std::string_view name : a.positional()) {
     if (!verifyEntry(name)) {
       a.fail(cat("unknown machine '", name, "' (machines: ", verifiableNames(), ")"));
     } else if (std::find(names.begin(), names.end(), name) != names.end()) {
       a.fail(cat("machine '", name, "' named twice"));
     }
-    names.push_back(name);
+    names.emplace_back(name);
   }
   return names;
 }
@@ -77,7 +78,7 @@ std::vector<std::string_view> verifyArgs(Args& a) {
 Action parseVerify(ParseInput& in) {
   auto const names = verifyArgs(in.args);
   return [names](Sim& sim) {
-    auto const found = verifyMachines(sim, names);
+    auto const found = verifyMachines(sim, {names.begin(), names.end()});
     if (!found || sim.quiet()) return;
     for (auto const& d : *found) sim.out() << Nox::verifyDifferenceText(d) << '\n';
   };
@@ -86,7 +87,7 @@ Action parseVerify(ParseInput& in) {
 Action parseExpectVerify(ParseInput& in) {
   auto const names = verifyArgs(in.args);
   return [names](Sim& sim) {
-    auto const found = verifyMachines(sim, names);
+    auto const found = verifyMachines(sim, {names.begin(), names.end()});
     if (!found || !Nox::hasUnexpectedDifference(*found)) return;
     std::string message = "expect verify: the machines differ from a fresh build";
     for (auto const& d : *found) message += cat("\n  ", Nox::verifyDifferenceText(d));

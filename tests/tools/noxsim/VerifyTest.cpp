@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <sstream>
 
 #include "tools/noxsim/Runner.h"
@@ -36,7 +37,8 @@ l2rib host set 10 00:00:00:00:00:01 label:10
 class VerifyTest : public ::testing::Test {
  protected:
   void run(std::string const& text) {
-    Script script;
+    // The Sim names the script's file in its messages: scripts live as long as it.
+    Script& script = scripts.emplace_back();
     std::string error;
     ASSERT_TRUE(script.addText("test", text, error)) << error;
     ASSERT_EQ(runScript(script, sim), exitOk) << err.str();
@@ -63,6 +65,7 @@ class VerifyTest : public ::testing::Test {
     for (auto const& d : *found) ADD_FAILURE() << Nox::verifyDifferenceText(d);
   }
 
+  std::deque<Script> scripts;
   std::ostringstream out, err;
   Sim sim{out, err, true};
   World& w = sim.world();
