@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Dot1qTestUtil.h"
+#include "VerifyUtil.h"
 #include "platform/cog/YieldPolicy.h"
 
 namespace {
@@ -124,6 +125,7 @@ RC_GTEST_PROP(Dot1qProperty, ProgrammedMappingsEqualConfiguredTaggedPortsOnceFai
   for (std::size_t i = 0; i < ops.size(); ++i) {
     auto const [op, a, b] = ops[i];
     model.apply(op, a, b);
+    NoxTest::requireVerified(Nox::verifyDot1q(*model.sm));
     // A restart while the hardware keeps its mappings: the new machine must take over cleanly.
     if (i == restartAt && model.hardware.mappings.empty()) {
       model.sm = nullptr;

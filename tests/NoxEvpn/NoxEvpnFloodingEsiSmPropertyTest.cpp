@@ -10,6 +10,7 @@
 #include <array>
 
 #include "tests/NoxEvpn/EsiTestUtil.h"
+#include "tests/NoxEvpn/VerifyUtil.h"
 
 namespace {
 
@@ -180,6 +181,10 @@ RC_GTEST_PROP(EsiSmProperty, HardwareAndTableFollowTheInputsThroughFailures, ())
   for (auto const& [op, a, b, c] : steps) {
     apply(w, op, a, b, c);
     checkInvariants(w, *sm);
+    // Compared once the step's work is done, as the agent's loop would leave it.
+    while (w.scheduler->runReady() != 0) {
+    }
+    NoxTest::requireVerified(Nox::verifyEsi(*sm));
   }
   settle(w, *sm);
   checkInvariants(w, *sm);

@@ -19,6 +19,7 @@ std::vector<CommandEntry> commandTable() {
   std::vector<std::vector<CommandEntry>> const families = {
       floodSetCommands(), agentCommands(), checkCommands(),  tunnelCommands(),
       evpnCommands(),     decapCommands(), macFecCommands(), dot1qCommands(),
+      verifyCommands(),  // every machine against a fresh build of it
   };
   std::vector<CommandEntry> table;
   for (auto const& family : families) table.insert(table.end(), family.begin(), family.end());

@@ -57,5 +57,6 @@ std::vector<CommandEntry> evpnCommands();
 std::vector<CommandEntry> decapCommands();
 std::vector<CommandEntry> macFecCommands();
 std::vector<CommandEntry> dot1qCommands();
+std::vector<CommandEntry> verifyCommands();
 
 }  // namespace Noxsim
