@@ -302,7 +302,7 @@ std::vector<PendingItem> EsiFilteringDecapSm::pending() const {
     items.push_back({"decap", routeText(entry.key), pendingText(why, " (rc ", entry.value, ")"),
                      listedSince_.since(entry.key)});
   }
-  for (auto const& [routeKey, since] : viaWaitingSince_.map()) {
+  for (auto const& [routeKey, since] : viaWaitingSince_.sorted()) {
     Mpls::LfibViaKey const viaKey =
         lfibStatus_->viaSet(lfibStatus_->route(routeKey).viaSetKey()).viaKey(0);
     items.push_back({"decap", routeText(routeKey), pendingText("no filter via ", viaKey), since});

@@ -431,7 +431,7 @@ std::vector<PendingItem> EvpnFloodSetFecSm::pending() const {
                                  via.label().stringValue()),
                      requestSince_.since(fecId)});
   }
-  for (auto const& [d, since] : invalidTunnelSince_.map()) {
+  for (auto const& [d, since] : invalidTunnelSince_.sorted()) {
     items.push_back({"floodset-fec",
                      pendingText(d.vlanId().value(), " ", d.macAddr(), " ", d.dest()),
                      "invalid tunnel id 0", since});

@@ -391,14 +391,14 @@ std::vector<PendingItem> EvpnVlanFloodSetSm::pending() const {
     return pendingText(d.vlanId().value(), " ", d.macAddr(), " ", d.dest());
   };
   std::vector<PendingItem> items;
-  for (auto const& [d, since] : hwInfoSince_.map()) {
+  for (auto const& [d, since] : hwInfoSince_.sorted()) {
     MplsFloodSetVia const via = viaOf(d.dest());
     items.push_back(
         {"floodset", destText(d),
          pendingText("no hw info for via ", via.tunnelId().value(), "/", via.label().stringValue()),
          since});
   }
-  for (auto const& [d, since] : hwTunnelIdSince_.map()) {
+  for (auto const& [d, since] : hwTunnelIdSince_.sorted()) {
     items.push_back(
         {"floodset", destText(d),
          pendingText("no hw tunnel id for tunnel ", d.dest().destDataMpls().tunnelId().value()),
