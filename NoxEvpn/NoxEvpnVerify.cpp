@@ -4,7 +4,8 @@
 #include <map>
 #include <optional>
 #include <set>
-#include <sstream>
+
+#include "platform/vel/Value.h"
 
 #include "platform/cog/Clock.h"
 
@@ -12,12 +13,7 @@ namespace Nox {
 
 namespace {
 
-template <class T>
-std::string text(T const& v) {
-  std::ostringstream os;
-  os << v;
-  return os.str();
-}
+using Vel::toStrep;
 
 // One output as key -> member text; keys are sorted so that differences come out in a stable
 // order.
@@ -80,11 +76,11 @@ struct Scratch {
 Rows floodSetRows(L2Rib::FloodSetOutput const& output) {
   Rows rows;
   for (auto [vlan, vlanFloodSet] : output.vlanFloodSetColl()) {
-    std::string const vlanText = text(vlan.value());
+    std::string const vlanText = toStrep(vlan.value());
     if (vlanFloodSet->floodSets() == 0) rows[vlanText] = "nofloodset";
     for (auto [mac, floodSet] : vlanFloodSet->floodSetColl()) {
       std::string const setText = vlanText + " " + mac.stringValue();
-      std::string const type = "type=" + text(uint32_t(floodSet->floodSetType()));
+      std::string const type = "type=" + toStrep(uint32_t(floodSet->floodSetType()));
       if (floodSet->destSets() == 0) rows[setText] = "nodest " + type;
       for (auto [dest, flag] : floodSet->destSetColl()) {
         rows[setText + " " + dest.stringValue()] =
@@ -96,16 +92,16 @@ Rows floodSetRows(L2Rib::FloodSetOutput const& output) {
 }
 
 std::string pairText(Bridging::MacVlanPair const& pair) {
-  return text(pair.vlanId().value()) + " " + pair.macAddr().stringValue();
+  return toStrep(pair.vlanId().value()) + " " + pair.macAddr().stringValue();
 }
 
 std::string viaText(MplsFloodSetVia const& via) {
-  return "tunnel=" + text(via.tunnelId().value()) + " label=" + via.label().stringValue();
+  return "tunnel=" + toStrep(via.tunnelId().value()) + " label=" + via.label().stringValue();
 }
 
 std::string configText(MplsDestConfig const& c) {
-  return "hwTunnelId=" + text(c.hwTunnelId().value()) +
-         " hwId=" + text(c.hwIdForTunnelProgramming()) + " l2Intf=" + c.l2IntfId().name();
+  return "hwTunnelId=" + toStrep(c.hwTunnelId().value()) +
+         " hwId=" + toStrep(c.hwIdForTunnelProgramming()) + " l2Intf=" + c.l2IntfId().name();
 }
 
 Rows hwConfigRows(EvpnVlanFloodSetHwConfig const& config) {
@@ -123,7 +119,7 @@ Rows hwInfoRows(HwInfoMapping const& hwInfo) {
   Rows rows;
   for (auto [via, info] : hwInfo.mappingColl()) {
     rows[viaText(via)] =
-        "hwId=" + text(info.hwIdForTunnelProgramming()) + " l2Intf=" + info.l2IntfId().name();
+        "hwId=" + toStrep(info.hwIdForTunnelProgramming()) + " l2Intf=" + info.l2IntfId().name();
   }
   return rows;
 }
@@ -147,10 +143,11 @@ std::string viasText(Kelp::Fib::Fec const& fec, std::map<FecId, std::string> con
     if (i) out += "; ";
     out += "via";
     if (via.hasMplsLabel()) out += " label=" + via.mplsLabel().stringValue();
-    if (via.hasTunnelId()) out += " tunnel=" + text(via.tunnelId().value());
+    if (via.hasTunnelId()) out += " tunnel=" + toStrep(via.tunnelId().value());
     if (via.hasFecId()) {
       auto const name = names.find(via.fecId());
-      out += " fec=" + (name == names.end() ? "?" + text(via.fecId()) : "(" + name->second + ")");
+      out +=
+          " fec=" + (name == names.end() ? "?" + toStrep(via.fecId()) : "(" + name->second + ")");
     }
   }
   return out;
@@ -160,12 +157,12 @@ FecView fecView(FecIdToHwFecIdRequest const& request, std::string const& machine
   FecView view;
   std::map<FecId, std::string> names;
   for (auto const& entry : request.objTupleToFecIdColl()) {
-    std::string const name = "tuple " + text(entry.key);
+    std::string const name = "tuple " + toStrep(entry.key);
     auto const [it, inserted] = names.emplace(entry.value.fecId(), name);
     if (!inserted) {
       view.idConflicts.push_back({machine,
                                   "fec-id",
-                                  "fec " + text(entry.value.fecId()),
+                                  "fec " + toStrep(entry.value.fecId()),
                                   it->second + " and " + name,
                                   "",
                                   false,
@@ -186,7 +183,7 @@ FecView fecView(FecIdToHwFecIdRequest const& request, std::string const& machine
       FecId const other = view.ids[name];
       bool const otherRequested = request.hwFecIdRequest(other);
       VerifyDifference d{
-          machine, "fec-id", name, "fec " + text(other) + " and fec " + text(entry.key),
+          machine, "fec-id", name, "fec " + toStrep(other) + " and fec " + toStrep(entry.key),
           "",      false,    {}};
       if (requested != otherRequested) {
         d.expected = true;
@@ -200,7 +197,7 @@ FecView fecView(FecIdToHwFecIdRequest const& request, std::string const& machine
   }
   for (auto const& entry : request.objTupleToFecIdColl()) {
     if (!request.fecIsMemberOf(entry.value.fecId())) {
-      view.fecs["tuple " + text(entry.key)] = "fec " + text(entry.value.fecId()) + " missing";
+      view.fecs["tuple " + toStrep(entry.key)] = "fec " + toStrep(entry.value.fecId()) + " missing";
     }
   }
   return view;
@@ -239,7 +236,7 @@ void copyResponses(FecView const& live, FecView const& fresh,
 // ---- Helper-programmed state ----
 
 std::string intfVlanText(IntfVlanKey const& key) {
-  return key.intfId().name() + " " + text(key.vlanId().value());
+  return key.intfId().name() + " " + toStrep(key.vlanId().value());
 }
 
 Rows portStatusRows(auto const& statusColl) {
@@ -257,6 +254,17 @@ Rows portStatusRows(auto const& statusColl) {
 
 // The key of a port row names its pair first ("INTF VLAN PORT").
 std::string pairOfPortKey(std::string const& key) { return key.substr(0, key.rfind(' ')); }
+
+// Whether the port row `portKey` belongs to a pair of `unprogrammed` (a machine's list of pairs
+// the helper failed, which its review retries).
+template <class PairColl>
+bool pairListed(PairColl const& unprogrammed, std::string const& portKey) {
+  std::string const pairKey = pairOfPortKey(portKey);
+  for (auto [pair, flag] : unprogrammed) {
+    if (intfVlanText(pair) == pairKey) return true;
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -324,7 +332,7 @@ std::vector<VerifyDifference> verifyFloodSetFec(EvpnFloodSetFecSm const& live) {
     for (auto [config, st] : status->mplsDestStatusColl()) {
       if (st != programmed) continue;
       held.insert("vias via label=" + config.label().stringValue() +
-                  " tunnel=" + text(config.tunnelId().value()));
+                  " tunnel=" + toStrep(config.tunnelId().value()));
       held.insert(viaText(config.via()));
     }
   }
@@ -357,7 +365,8 @@ std::vector<VerifyDifference> verifyMacFec(NoxMacAddrFecRequestSm const& live,
   s.settle();
   auto hwIdRows = [](ObjTupleToHwId const& map) {
     Rows rows;
-    for (auto const& entry : map.hwIdColl()) rows["tuple " + text(entry.key)] = text(entry.value);
+    for (auto const& entry : map.hwIdColl())
+      rows["tuple " + toStrep(entry.key)] = toStrep(entry.value);
     return rows;
   };
   std::vector<VerifyDifference> out = liveView.idConflicts;
@@ -408,7 +417,7 @@ std::vector<VerifyDifference> verifyEsi(EvpnFloodingEsiSm const& live) {
   auto tunnelRows = [](TunnelIdToHwTunnelIdMapping const& m) {
     Rows rows;
     for (auto const& entry : m.tunnelIdToHwTunnelIdColl()) {
-      rows[text(entry.value.key().value())] = "mapped";
+      rows[toStrep(entry.value.key().value())] = "mapped";
     }
     return rows;
   };
@@ -417,13 +426,14 @@ std::vector<VerifyDifference> verifyEsi(EvpnFloodingEsiSm const& live) {
     auto const [it, inserted] =
         owners.emplace(entry.value.hwTunnelId().value(), entry.value.key().value());
     if (!inserted) {
-      out.push_back({"esi",
-                     "hw-tunnel-id",
-                     text(entry.value.hwTunnelId().value()),
-                     "tunnels " + text(it->second) + " and " + text(entry.value.key().value()),
-                     "",
-                     false,
-                     {}});
+      out.push_back(
+          {"esi",
+           "hw-tunnel-id",
+           toStrep(entry.value.hwTunnelId().value()),
+           "tunnels " + toStrep(it->second) + " and " + toStrep(entry.value.key().value()),
+           "",
+           false,
+           {}});
     }
   }
   compareRows(
@@ -432,7 +442,7 @@ std::vector<VerifyDifference> verifyEsi(EvpnFloodingEsiSm const& live) {
               std::string const&) -> std::optional<std::string> {
         if (!l.empty()) return std::nullopt;
         for (auto [tunnel, flag] : live.unprogrammedTunnelColl()) {
-          if (text(tunnel.value()) == key) {
+          if (toStrep(tunnel.value()) == key) {
             return "no hardware tunnel id was free; the review asks again";
           }
         }
@@ -443,7 +453,7 @@ std::vector<VerifyDifference> verifyEsi(EvpnFloodingEsiSm const& live) {
   auto tunnelOfPair = [](EvpnFloodingEsiSm const& sm) {
     Rows rows;
     for (auto [key, tunnel] : sm.intfVlanTunnelColl())
-      rows[intfVlanText(key)] = text(tunnel.value());
+      rows[intfVlanText(key)] = toStrep(tunnel.value());
     return rows;
   };
   compareRows("esi", "df-tunnel", tunnelOfPair(live), tunnelOfPair(*fresh), {}, out);
@@ -453,10 +463,8 @@ std::vector<VerifyDifference> verifyEsi(EvpnFloodingEsiSm const& live) {
               std::string const& f) -> std::optional<std::string> {
         if (l == "programmed" || f != "programmed") return std::nullopt;
         std::string const pairKey = pairOfPortKey(key);
-        for (auto [pair, flag] : live.unprogrammedEsiColl()) {
-          if (intfVlanText(pair) == pairKey) {
-            return "the helper failed this port; the review retries it";
-          }
+        if (pairListed(live.unprogrammedEsiColl(), key)) {
+          return "the helper failed this port; the review retries it";
         }
         for (auto [pair, tunnel] : live.intfVlanTunnelColl()) {
           if (intfVlanText(pair) == pairKey && live.unprogrammedTunnelIsMemberOf(tunnel)) {
@@ -477,7 +485,7 @@ std::vector<VerifyDifference> verifyDot1q(EvpnFloodingDot1qSm const& live) {
   s.settle();
   auto tagRows = [](EvpnFloodingDot1qSm const& sm) {
     Rows rows;
-    for (auto [pair, tag] : sm.intfVlanDot1qColl()) rows[intfVlanText(pair)] = text(tag.value());
+    for (auto [pair, tag] : sm.intfVlanDot1qColl()) rows[intfVlanText(pair)] = toStrep(tag.value());
     return rows;
   };
   std::vector<VerifyDifference> out;
@@ -488,10 +496,8 @@ std::vector<VerifyDifference> verifyDot1q(EvpnFloodingDot1qSm const& live) {
       [&live](std::string const& key, std::string const& l,
               std::string const&) -> std::optional<std::string> {
         if (l != "unprogrammed") return std::nullopt;
-        for (auto [pair, flag] : live.unprogrammedDot1qColl()) {
-          if (intfVlanText(pair) == pairOfPortKey(key)) {
-            return "the helper failed this port; the review retries it";
-          }
+        if (pairListed(live.unprogrammedDot1qColl(), key)) {
+          return "the helper failed this port; the review retries it";
         }
         return std::nullopt;
       },
@@ -521,7 +527,7 @@ std::vector<VerifyDifference> verifyDecap(EsiFilteringDecapSm const& live) {
     auto const& unprogrammed = live.lfibHwStatus()->unprogrammedRouteColl();
     for (auto const& entry : unprogrammed) {
       if (routeText(entry.key) == key && !live.routeEsiFilterViaIsMemberOf(entry.key)) {
-        return "the helper refused the port map (code " + text(uint32_t(entry.value)) + ")";
+        return "the helper refused the port map (code " + toStrep(uint32_t(entry.value)) + ")";
       }
     }
     return std::nullopt;
@@ -534,7 +540,7 @@ std::vector<VerifyDifference> verifyDecap(EsiFilteringDecapSm const& live) {
   auto unprogrammedRows = [&routeText](Mpls::LfibHwStatus const& status) {
     Rows rows;
     for (auto const& entry : status.unprogrammedRouteColl()) {
-      rows[routeText(entry.key)] = text(uint32_t(entry.value));
+      rows[routeText(entry.key)] = toStrep(uint32_t(entry.value));
     }
     return rows;
   };

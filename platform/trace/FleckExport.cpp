@@ -45,15 +45,20 @@ void appendMicros(std::string& out, std::int64_t ns) {
   out += buf;
 }
 
-void appendArgs(std::string& out, Message const& m) {
-  out += "{\"message\":";
-  Trace::appendJsonString(out, m.text);
+// The level and the source line a message was traced from.
+void appendWhere(std::string& out, Message const& m) {
   out += ",\"level\":";
   appendNumber(out, m.level);
   out += ",\"file\":";
   Trace::appendJsonString(out, m.file);
   out += ",\"line\":";
   appendNumber(out, m.line);
+}
+
+void appendArgs(std::string& out, Message const& m) {
+  out += "{\"message\":";
+  Trace::appendJsonString(out, m.text);
+  appendWhere(out, m);
   for (std::size_t i = 0; i < m.args.size(); ++i) {
     out += ",\"arg";
     out += std::to_string(i);
@@ -103,12 +108,7 @@ std::string jsonLines(Decoded const& decoded) {
     out += std::to_string(m.thread);
     out += ",\"facility\":";
     Trace::appendJsonString(out, m.facility);
-    out += ",\"level\":";
-    appendNumber(out, m.level);
-    out += ",\"file\":";
-    Trace::appendJsonString(out, m.file);
-    out += ",\"line\":";
-    appendNumber(out, m.line);
+    appendWhere(out, m);
     out += ",\"message\":";
     Trace::appendJsonString(out, m.text);
     out += ",\"args\":[";

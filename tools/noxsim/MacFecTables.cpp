@@ -2,9 +2,9 @@
 // programmer) and the object-tuple hardware ids.
 
 #include <deque>
-#include <sstream>
 #include <string>
 
+#include "platform/vel/Value.h"
 #include "tools/noxsim/Sim.h"
 #include "tools/noxsim/Tables.h"
 #include "tools/noxsim/Text.h"
@@ -13,23 +13,18 @@ namespace Noxsim {
 
 namespace {
 
-template <class T>
-std::string text(T const& v) {
-  std::ostringstream os;
-  os << v;
-  return os.str();
-}
+using Vel::toStrep;
 
 // One line per via, with only the fields the via sets.
 void printFecVias(Kelp::Fib::Fec const& fec, TableLines& lines) {
-  std::string const head = cat("fec ", text(fec.fecId()));
+  std::string const head = cat("fec ", toStrep(fec.fecId()));
   if (fec.vias() == 0) lines.entries.push_back(cat(head, " novia"));
   for (uint32_t i = 0; i < fec.vias(); ++i) {
     Kelp::Fib::Via const& via = fec.via(i);
     std::string line = cat(head, " via[", i, "]");
     if (via.hasMplsLabel()) line += cat(" label=", via.mplsLabel().stringValue());
     if (via.hasTunnelId()) line += cat(" tunnel=", via.tunnelId().value());
-    if (via.hasFecId()) line += cat(" fec=", text(via.fecId()));
+    if (via.hasFecId()) line += cat(" fec=", toStrep(via.fecId()));
     lines.entries.push_back(std::move(line));
   }
 }
@@ -37,23 +32,24 @@ void printFecVias(Kelp::Fib::Fec const& fec, TableLines& lines) {
 void printFecRequest(Nox::FecIdToHwFecIdRequest const& request, TableLines& lines) {
   for (auto const& entry : request.fecColl()) printFecVias(entry.value, lines);
   for (auto const& entry : request.objTupleToFecIdColl()) {
-    lines.entries.push_back(cat("objtuple ", text(entry.key), " fec=", text(entry.value.fecId())));
+    lines.entries.push_back(
+        cat("objtuple ", toStrep(entry.key), " fec=", toStrep(entry.value.fecId())));
   }
   for (auto const& entry : request.hwFecIdRequestColl()) {
-    lines.entries.push_back(cat("request ", text(entry.key)));
+    lines.entries.push_back(cat("request ", toStrep(entry.key)));
   }
 }
 
 void printFecResponse(Nox::FecIdToHwFecIdResponse const& response, TableLines& lines) {
   for (auto const& entry : response.hwFecIdColl()) {
-    lines.entries.push_back(cat(text(entry.key), " hwFecId=", entry.value.hwFecId(),
+    lines.entries.push_back(cat(toStrep(entry.key), " hwFecId=", entry.value.hwFecId(),
                                 " l2Intf=", response.l2IntfId(entry.key).l2IntfId().name()));
   }
 }
 
 void printObjTupleHwIds(Sim& sim, TableLines& lines) {
   for (auto const& entry : sim.world().objTupleHwIds->hwIdColl()) {
-    lines.entries.push_back(cat(text(entry.key), " hwId=", entry.value));
+    lines.entries.push_back(cat(toStrep(entry.key), " hwId=", entry.value));
   }
 }
 
