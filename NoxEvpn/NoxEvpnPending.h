@@ -79,6 +79,11 @@ class PendingSince {
     return items;
   }
   std::size_t size() const { return since_.size(); }
+  // Every waiting item with its time, in the order they started waiting.
+  template <class Visit>
+  void forEach(Visit visit) const {
+    for (auto [key, since] : since_) visit(key, since);
+  }
 
  private:
   Vel::OrderedMap<Key, double, Vel::IndexHasher> since_;

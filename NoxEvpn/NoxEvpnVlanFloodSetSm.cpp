@@ -11,6 +11,10 @@
 
 #include "NoxEvpn/NoxEvpnVlanFloodSetSm.h"
 
+#include <algorithm>
+#include <utility>
+#include <vector>
+
 #include "platform/trace/Trace.h"
 
 namespace Nox {
@@ -266,11 +270,17 @@ void EvpnVlanFloodSetSm::updateInternalMapping(VlanMacDest const& d, bool inFloo
   NOX_TRACE_CHANGE("   remove entry from internal mappings");
   if (auto byTunnel = tunnelToFloodSetEntry(tunnel)) {
     byTunnel->vlanMacDestSetDel(d);
-    if (byTunnel->vlanMacDestSets() == 0) tunnelToFloodSetEntryDel(tunnel);
+    if (byTunnel->vlanMacDestSets() == 0) {
+      tunnelToFloodSetEntryDel(tunnel);
+      hwTunnelIdSince_.stopped(tunnel);
+    }
   }
   if (auto byVia = hwInfoMapKeyToFloodSetEntry(via)) {
     byVia->vlanMacDestSetDel(d);
-    if (byVia->vlanMacDestSets() == 0) hwInfoMapKeyToFloodSetEntryDel(via);
+    if (byVia->vlanMacDestSets() == 0) {
+      hwInfoMapKeyToFloodSetEntryDel(via);
+      hwInfoSince_.stopped(via);
+    }
   }
 }
 
@@ -303,10 +313,18 @@ void EvpnVlanFloodSetSm::processMplsDestConfig(VlanMacDest const& d, bool inFloo
 }
 
 void EvpnVlanFloodSetSm::settleWaiting(VlanMacDest const& d, bool inFloodSet) {
-  MplsDestConfig const published = inFloodSet ? mplsDestHwConfig(d) : MplsDestConfig();
+  // A destination out of the flood set says nothing of its via or tunnel: the others over them
+  // still wait, and the last one leaving ends the wait in updateInternalMapping.
+  if (!inFloodSet) return;
   double const now = clock_ ? clock_->now() : 0.0;
-  hwInfoSince_.settle(d, inFloodSet && !published, now);
-  hwTunnelIdSince_.settle(d, !!published && published.hwTunnelId() == HwTunnelId(), now);
+  MplsDestConfig const published = mplsDestHwConfig(d);
+  if (!published) {
+    hwInfoSince_.started(viaOf(d.dest()), now);
+    return;
+  }
+  // Published, so its via has hardware information, as has every destination over it.
+  hwInfoSince_.stopped(viaOf(d.dest()));
+  hwTunnelIdSince_.settle(published.tunnelId(), published.hwTunnelId() == HwTunnelId(), now);
 }
 
 MplsDestConfig EvpnVlanFloodSetSm::createMplsDestConfig(Dest const& dest) {
@@ -390,15 +408,38 @@ std::vector<PendingItem> EvpnVlanFloodSetSm::pending() const {
   auto const destText = [](VlanMacDest const& d) {
     return pendingText(d.vlanId().value(), " ", d.macAddr(), " ", d.dest());
   };
+  std::vector<std::pair<VlanMacDest, double>> noHwInfo;
+  std::vector<std::pair<VlanMacDest, double>> noHwTunnelId;
+  hwInfoSince_.forEach([&](MplsFloodSetVia const& via, double since) {
+    // Every destination over a via without hardware information waits for it.
+    auto dests = hwInfoMapKeyToFloodSetEntry(via);
+    if (!dests) return;
+    for (auto [d, flag] : dests->vlanMacDestSetColl()) noHwInfo.emplace_back(d, since);
+  });
+  hwTunnelIdSince_.forEach([&](TunnelId const& tunnel, double since) {
+    auto dests = tunnelToFloodSetEntry(tunnel);
+    if (!dests) return;
+    for (auto [d, flag] : dests->vlanMacDestSetColl()) {
+      MplsDestConfig const published = mplsDestHwConfig(d);
+      if (!!published && published.hwTunnelId() == HwTunnelId())
+        noHwTunnelId.emplace_back(d, since);
+    }
+  });
+  auto const byDest = [](auto const& a, auto const& b) {
+    return VlanMacDestOrder()(a.first, b.first);
+  };
+  std::sort(noHwInfo.begin(), noHwInfo.end(), byDest);
+  std::sort(noHwTunnelId.begin(), noHwTunnelId.end(), byDest);
   std::vector<PendingItem> items;
-  for (auto const& [d, since] : hwInfoSince_.sorted()) {
+  items.reserve(noHwInfo.size() + noHwTunnelId.size());
+  for (auto const& [d, since] : noHwInfo) {
     MplsFloodSetVia const via = viaOf(d.dest());
     items.push_back(
         {"floodset", destText(d),
          pendingText("no hw info for via ", via.tunnelId().value(), "/", via.label().stringValue()),
          since});
   }
-  for (auto const& [d, since] : hwTunnelIdSince_.sorted()) {
+  for (auto const& [d, since] : noHwTunnelId) {
     items.push_back(
         {"floodset", destText(d),
          pendingText("no hw tunnel id for tunnel ", d.dest().destDataMpls().tunnelId().value()),

@@ -185,10 +185,15 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
                          VlanFloodSetStatus)
   bool initialized_ = false;
   Vel::Ptr<Vel::Clock const> clock_;
-  // Since when each destination has waited for its via's hardware information, or for its
-  // tunnel's hardware id.
-  PendingSince<VlanMacDest, VlanMacDestOrder> hwInfoSince_;
-  PendingSince<VlanMacDest, VlanMacDestOrder> hwTunnelIdSince_;
+  // Since when destinations have waited for their via's hardware information, and for their
+  // tunnel's hardware id. Both are facts of the via or the tunnel, shared by every destination
+  // over it, so the time is kept once per via and per tunnel (a cold start before the hardware
+  // tables fill would otherwise record every destination); pending() finds the destinations
+  // through the internal mappings. A via's time runs while it is in use without hardware
+  // information; a tunnel's from the first configuration published without its hardware id
+  // until one is published with it, or the tunnel is no longer in use.
+  PendingSince<MplsFloodSetVia> hwInfoSince_;
+  PendingSince<TunnelId> hwTunnelIdSince_;
 };
 
 Vel::Ptr<EvpnVlanFloodSetSm> evpnVlanFloodSetSmFactory(

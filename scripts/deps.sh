@@ -3,7 +3,7 @@
 # when any is missing.
 set -euo pipefail
 packages=(cmake ninja-build g++ clang libclang-rt-14-dev clang-format clang-tidy googletest libgtest-dev libgmock-dev libbenchmark-dev
-          librapidcheck-dev libspdlog-dev liblmdb-dev)
+          librapidcheck-dev libspdlog-dev liblmdb-dev libabsl-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

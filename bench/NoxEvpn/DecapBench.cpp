@@ -6,6 +6,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/common/Latency.h"
 #include "tests/NoxEvpn/DecapTestUtil.h"
 
 namespace {
@@ -73,6 +74,28 @@ void BM_DecapViaSetChange(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * sharedRoutes);
 }
 BENCHMARK(BM_DecapViaSetChange)->Unit(benchmark::kMicrosecond);
+
+// Single routes changing after the drain: 5,000 routes each given the next interface's via set
+// and put in the backlog alone, each handled and timed on its own.
+void BM_DecapEventLatency(benchmark::State& state) {
+  NoxTest::DecapWorld w;
+  buildLfib(w);
+  fillBacklog(w, 0, routes);
+  auto sm = w.start();
+  w.scheduler->runReady();
+  Bench::Latency latency;
+  for (auto _ : state) {
+    for (uint32_t n = 0; n < 5000; ++n) {
+      w.route(firstLabel + n, (n + 1) % interfaces + 1);
+      auto const timing = latency.time();
+      fillBacklog(w, n, 1);
+      w.scheduler->runReady();
+    }
+  }
+  benchmark::DoNotOptimize(sm->routeEsiFilterVias());
+  latency.report(state);
+}
+BENCHMARK(BM_DecapEventLatency)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 }  // namespace
 

@@ -8,6 +8,8 @@
 
 #include "NoxEvpn/NoxEvpnVlanFloodSetFilterSm.h"
 #include "NoxEvpn/NoxEvpnVlanFloodSetSm.h"
+#include "bench/common/Latency.h"
+#include "bench/common/Memory.h"
 
 // How much the machine has published, and what one tunnel carries.
 template <>
@@ -63,16 +65,21 @@ class OutputCounter : public L2Rib::FloodSet::NotifieeConst {
 
 void BM_FilterColdStart(benchmark::State& state) {
   auto const& in = sharedInput();
+  double bytes = 0;
   for (auto _ : state) {
+    std::size_t const before = Bench::heapBytesInUse();
     auto out = L2Rib::floodSetOutputFactory();
     auto sm = Nox::vlanFloodSetFilterSmFactory(L2Rib::destTypeMpls_, in, out);
     benchmark::DoNotOptimize(out->vlanFloodSets());
     state.PauseTiming();
+    bytes = double(Bench::heapBytesInUse() - before);
     sm = nullptr;
     out = nullptr;
     state.ResumeTiming();
   }
   state.counters["dests"] = double(vlans) * macsPerVlan * destsPerFloodSet;
+  // The filter's output (a copy of the MPLS destinations) and its own state.
+  state.counters["bytes_per_dest"] = bytes / state.counters["dests"];
 }
 
 void BM_FilterDestinationChange(benchmark::State& state) {
@@ -92,6 +99,30 @@ void BM_FilterDestinationChange(benchmark::State& state) {
   state.SetItemsProcessed(2 * state.iterations());
 }
 
+// Single destination changes timed one by one across 50,000 different flood sets: each adds a
+// destination and then removes it (two events), through the filter to its output.
+void BM_FilterEventLatency(benchmark::State& state) {
+  auto const& in = sharedInput();
+  auto out = L2Rib::floodSetOutputFactory();
+  auto sm = Nox::vlanFloodSetFilterSmFactory(L2Rib::destTypeMpls_, in, out);
+  Bench::Latency latency;
+  for (auto _ : state) {
+    for (uint64_t n = 0; n < 50000; ++n) {
+      auto const v = Bridging::VlanId(uint16_t(1 + n % vlans));
+      auto const m = Gantry::EthAddr::fromValue(0x10000 + (n / vlans) % macsPerVlan);
+      auto inSet = in->vlanFloodSet(v)->floodSet(m);
+      L2Rib::Dest const d = mplsDest(1000000 + n);
+      {
+        auto const timing = latency.time();
+        inSet->destSetIs(d, true);
+      }
+      auto const timing = latency.time();
+      inSet->destSetDel(d);
+    }
+  }
+  latency.report(state);
+}
+
 struct FloodSetWorld {
   Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> tunnelTable =
       Nox::tunnelIdToHwTunnelIdMappingFactory("bench.tunnelIdToHwTunnelId");
@@ -104,11 +135,15 @@ struct FloodSetWorld {
     return Nox::MplsFloodSetVia(Nox::TunnelId(1 + v % tunnels),
                                 Gantry::MplsLabel(uint32_t(1000 + v / tunnels)));
   }
-  void allViasReady(uint64_t except = vias) {
+  void allViasReady(uint64_t except = vias) { viasReady(except == vias ? 0 : 1, except); }
+  // Every via but those in [first, first + count) has its hardware information.
+  void viasReady(uint64_t count, uint64_t first = 0) {
     for (uint64_t v = 0; v < vias; ++v) {
-      if (v != except)
-        hwInfo->mappingIs(via(v), Nox::MplsDestHwInfo(70000 + v, Gantry::IntfId("L2Intf1")));
+      if (v < first || v >= first + count) viaReady(v);
     }
+  }
+  void viaReady(uint64_t v) {
+    hwInfo->mappingIs(via(v), Nox::MplsDestHwInfo(70000 + v, Gantry::IntfId("L2Intf1")));
   }
   void start() {
     tunnelTable->tunnelIdToHwTunnelIdReadyIs(true);
@@ -118,18 +153,23 @@ struct FloodSetWorld {
 
 void BM_FloodSetColdStart(benchmark::State& state) {
   uint64_t published = 0;
+  double bytes = 0;
   for (auto _ : state) {
     state.PauseTiming();
     auto world = std::make_unique<FloodSetWorld>();
     world->allViasReady();
+    std::size_t const heapBefore = Bench::heapBytesInUse();
     state.ResumeTiming();
     world->start();
     published += Internals::published(*world->sm);
     state.PauseTiming();
+    bytes = double(Bench::heapBytesInUse() - heapBefore);
     world.reset();
     state.ResumeTiming();
   }
   state.counters["configs"] = double(published) / double(state.iterations());
+  // The machine's state and the configurations it publishes.
+  state.counters["bytes_per_config"] = bytes / state.counters["configs"];
   state.counters["per_config"] = benchmark::Counter(
       double(published), benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
@@ -170,11 +210,40 @@ void BM_FloodSetHwTunnelIdChange(benchmark::State& state) {
   state.counters["configs"] = double(updated);
 }
 
+// Each single event after a cold start, timed one by one: 200 late vias arrive, each publishing
+// its 262 waiting destinations, and then leave again, in turn. A stall (a collection rebuilt or
+// copied whole) shows as a maximum far above the median.
+void BM_FloodSetHwInfoLatency(benchmark::State& state) {
+  constexpr uint64_t late = 200;
+  Bench::Latency latency;
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto world = std::make_unique<FloodSetWorld>();
+    world->viasReady(late);
+    world->start();
+    state.ResumeTiming();
+    for (uint64_t v = 0; v < late; ++v) {
+      auto const timing = latency.time();
+      world->viaReady(v);
+    }
+    for (uint64_t v = 0; v < late; ++v) {
+      auto const timing = latency.time();
+      world->hwInfo->mappingDel(world->via(v));
+    }
+    state.PauseTiming();
+    world.reset();
+    state.ResumeTiming();
+  }
+  latency.report(state);
+}
+
 BENCHMARK(BM_FilterColdStart)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_FilterDestinationChange);
+BENCHMARK(BM_FilterEventLatency)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_FloodSetColdStart)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_FloodSetHwInfoArrival)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_FloodSetHwTunnelIdChange)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_FloodSetHwInfoLatency)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 }  // namespace
 

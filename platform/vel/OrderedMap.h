@@ -4,11 +4,20 @@
 // A new key goes to the end; replacing a key's value keeps its place; a key deleted and added
 // again goes to the end. That order makes every run reproducible whatever the hash functions.
 //
-// Layout: members live in one dense vector in insertion order (a removed member leaves a dead
-// slot until the next rebuild); an open-addressing index finds them. Each index entry holds the
-// member's 32-bit hash beside its slot number, so probing reads only the index and a member is
-// touched only when its hash matches: about one cache miss in the index and one in the member
-// per lookup, fewer than a node-based map, and iteration is a linear walk.
+// Layout: members live in one dense vector in insertion order; an open-addressing index (linear
+// probing) finds them. Each index entry holds the member's 32-bit hash beside its slot number, so
+// probing reads only the index and a member is touched only when its hash matches: about one
+// cache miss in the index and one in the member per lookup, fewer than a node-based map, and
+// iteration is a linear walk.
+//
+// No single change pays for the whole map when it does not grow. A removal leaves a dead member
+// slot behind (so that iterators stay valid) but no mark in the index: the entries after it in
+// its probe run shift back. Dead slots are reclaimed a few at a time by the insertions that
+// follow, which slide live members down in order while new ones go to the end, so a map under
+// steady churn keeps its storage and never copies it whole. Only growth past the capacity
+// rebuilds the index (amortised over the insertions that filled it; members live in chunks that
+// never move as they grow), and a map that has shrunk far below its capacity gives the memory
+// back when its reclamation ends or when it empties.
 //
 // What stays valid across a change:
 //
@@ -25,8 +34,10 @@
 // References yielded by iteration (for (auto [k, v] : map)) follow the member-pointer rule.
 // With NOX_CHECKED_COLLECTIONS=1 every pointer and iterator checks this on use (MemberPtr.h).
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <type_traits>
 #include <utility>
@@ -54,11 +65,62 @@ struct IndexHasher {
   }
 };
 
+// The members' storage: a vector of fixed-size chunks, so that growing never copies what is
+// there (a doubling vector would copy every member, in one insertion, each time it fills). The
+// first chunk grows like a vector up to the chunk size, so small maps stay small.
+template <class T>
+class ChunkedVector {
+ public:
+  static constexpr std::size_t chunkBits = 13;
+  static constexpr std::size_t chunkSize = std::size_t(1) << chunkBits;
+
+  std::size_t size() const { return size_; }
+  std::size_t capacity() const {
+    return chunks_.empty() ? 0 : chunks_.front().capacity() + (chunks_.size() - 1) * chunkSize;
+  }
+  T& operator[](std::size_t i) { return chunks_[i >> chunkBits][i & (chunkSize - 1)]; }
+  T const& operator[](std::size_t i) const { return chunks_[i >> chunkBits][i & (chunkSize - 1)]; }
+  T& back() { return (*this)[size_ - 1]; }
+
+  void push_back(T&& value) {
+    if (chunks_.empty() || chunks_.back().size() == chunkSize) {
+      chunks_.emplace_back();
+      if (chunks_.size() > 1) chunks_.back().reserve(chunkSize);
+    }
+    std::vector<T>& last = chunks_.back();
+    if (last.size() == last.capacity()) last.reserve(std::min(chunkSize, 2 * last.size() + 4));
+    last.push_back(std::move(value));
+    ++size_;
+  }
+  // Drops the members from position n on, and the chunks left empty.
+  void truncate(std::size_t n) {
+    while (size_ > n) {
+      std::vector<T>& last = chunks_.back();
+      std::size_t const drop = std::min(last.size(), size_ - n);
+      last.erase(last.end() - std::ptrdiff_t(drop), last.end());
+      size_ -= drop;
+      if (last.empty() && chunks_.size() > 1) chunks_.pop_back();
+    }
+  }
+  // Gives back what the chunks hold beyond the members, once few are left.
+  void shrink() {
+    if (chunks_.size() == 1) chunks_.front().shrink_to_fit();
+  }
+  void clear() { truncate(0); }
+  void release() {
+    std::vector<std::vector<T>>().swap(chunks_);
+    size_ = 0;
+  }
+
+ private:
+  std::vector<std::vector<T>> chunks_;
+  std::size_t size_ = 0;
+};
+
 template <class K, class V, class H = IndexHasher>
 class OrderedMap {
   // Index entries: hash << 32 | member number; two reserved values mark free slots.
   static constexpr uint64_t emptyEntry = std::numeric_limits<uint64_t>::max();
-  static constexpr uint64_t deadEntry = emptyEntry - 1;
   static constexpr uint32_t notFound = std::numeric_limits<uint32_t>::max();
   static uint64_t entryOf(uint32_t hash, uint32_t n) { return (uint64_t(hash) << 32) | n; }
   static uint32_t memberOf(uint64_t entry) { return static_cast<uint32_t>(entry); }
@@ -144,9 +206,11 @@ class OrderedMap {
   bool empty() const { return live_ == 0; }
   void reserve(std::size_t n) {
     reshaped();
-    if (n > members_.capacity()) members_.reserve(n);
-    if (n * 4 >= index_.size() * 3) rebuild(n);
+    reclaimAll();
+    if (n * 4 >= index_.size() * 3) rebuildIndex(n);
   }
+  // Member slots allocated, live or not: what the map holds in memory, in members.
+  std::size_t capacity() const { return members_.capacity(); }
 
   MemberPtr<V const> find(K const& k) const { return pointerTo(findRaw(k)); }
   MemberPtr<V> find(K const& k) { return pointerTo(const_cast<V*>(findRaw(k))); }
@@ -159,12 +223,11 @@ class OrderedMap {
     uint32_t const found = lookup(k, h);
     if (found != notFound) return {pointerTo(&members_[memberOf(index_[found])].value), false};
     reshaped();
-    if ((used_ + 1) * 4 > index_.size() * 3) rebuild(live_ + 1);
+    reclaimSome();
+    if ((live_ + 1) * 4 > index_.size() * 3) rebuildIndex(live_ + 1);
     uint32_t const n = static_cast<uint32_t>(members_.size());
     members_.push_back(Member{k, V(std::forward<Args>(args)...), h, true});
-    uint32_t slot = freeSlotFor(h);
-    if (index_[slot] == emptyEntry) ++used_;
-    index_[slot] = entryOf(h, n);
+    index_[freeSlotFor(h)] = entryOf(h, n);
     ++live_;
     return {pointerTo(&members_.back().value), true};
   }
@@ -174,7 +237,7 @@ class OrderedMap {
     if (slot == notFound) return false;
     changed();
     Member& m = members_[memberOf(index_[slot])];
-    index_[slot] = deadEntry;
+    unindex(slot);
     m.live = false;
     // Release what the value holds now (a reference, a reactor), not at the next rebuild.
     m.value = V();
@@ -214,9 +277,17 @@ class OrderedMap {
     return slot == notFound ? nullptr : &members_[memberOf(index_[slot])].value;
   }
   void dropAll() {
-    members_.clear();
-    index_.assign(index_.size(), emptyEntry);
-    used_ = live_ = head_ = 0;
+    if (members_.capacity() > keptEmpty) {
+      // An emptied map gives its memory back (a collection that once held every VLAN's members
+      // should not hold their space for good).
+      members_.release();
+      std::vector<uint64_t>().swap(index_);
+    } else {
+      members_.clear();
+      index_.assign(index_.size(), emptyEntry);
+    }
+    live_ = head_ = 0;
+    reclaiming_ = false;
   }
   // A change that may drop or move members, and one that also renumbers slots.
   void changed() {
@@ -238,7 +309,7 @@ class OrderedMap {
     for (std::size_t i = h & mask;; i = (i + 1) & mask) {
       uint64_t const e = index_[i];
       if (e == emptyEntry) return notFound;
-      if (e != deadEntry && uint32_t(e >> 32) == h && members_[memberOf(e)].key == k) {
+      if (uint32_t(e >> 32) == h && members_[memberOf(e)].key == k) {
         return static_cast<uint32_t>(i);
       }
     }
@@ -246,33 +317,110 @@ class OrderedMap {
   uint32_t freeSlotFor(uint32_t h) const {
     std::size_t const mask = index_.size() - 1;
     std::size_t i = h & mask;
-    while (index_[i] != emptyEntry && index_[i] != deadEntry) i = (i + 1) & mask;
+    while (index_[i] != emptyEntry) i = (i + 1) & mask;
     return static_cast<uint32_t>(i);
   }
-
-  // Drops dead members and sizes the index for `want` members at most half full.
-  void rebuild(std::size_t want) {
-    std::size_t size = 8;
-    while (size < want * 2) size *= 2;
-    std::vector<Member> live;
-    live.reserve(std::max(members_.capacity(), want));
-    for (Member& m : members_) {
-      if (m.live) live.push_back(std::move(m));
+  // Empties an index slot, shifting back the entries after it in its probe run that may move
+  // (those whose home slot is not between the hole and themselves), so lookups never need a
+  // mark for removed entries and the index never fills with them.
+  void unindex(std::size_t hole) {
+    std::size_t const mask = index_.size() - 1;
+    index_[hole] = emptyEntry;
+    for (std::size_t j = (hole + 1) & mask; index_[j] != emptyEntry; j = (j + 1) & mask) {
+      std::size_t const home = uint32_t(index_[j] >> 32) & mask;
+      bool const staysPut = hole <= j ? (hole < home && home <= j) : (hole < home || home <= j);
+      if (staysPut) continue;
+      index_[hole] = index_[j];
+      index_[j] = emptyEntry;
+      hole = j;
     }
-    members_ = std::move(live);
-    index_.assign(size, emptyEntry);
-    for (uint32_t n = 0; n < members_.size(); ++n) {
-      index_[freeSlotFor(members_[n].hash)] = entryOf(members_[n].hash, n);
-    }
-    used_ = live_ = members_.size();
-    head_ = 0;
+  }
+  // The index slot naming member number n, whose hash is h.
+  std::size_t slotOfMember(uint32_t h, uint32_t n) const {
+    std::size_t const mask = index_.size() - 1;
+    uint64_t const entry = entryOf(h, n);
+    std::size_t i = h & mask;
+    while (index_[i] != entry) i = (i + 1) & mask;
+    return i;
   }
 
-  std::vector<Member> members_;
+  // Sizes the index for `want` members at most half full, from the entries alone (each carries
+  // its hash), so members are not read.
+  void rebuildIndex(std::size_t want) {
+    std::size_t size = 8;
+    while (size < want * 2) size *= 2;
+    std::vector<uint64_t> old(size, emptyEntry);
+    old.swap(index_);
+    std::size_t const mask = size - 1;
+    for (uint64_t e : old) {
+      if (e == emptyEntry) continue;
+      std::size_t i = uint32_t(e >> 32) & mask;
+      while (index_[i] != emptyEntry) i = (i + 1) & mask;
+      index_[i] = e;
+    }
+  }
+
+  // Reclamation of dead member slots. It starts once dead slots outnumber half the live members,
+  // and each insertion then looks at a few slots, sliding the live ones down over the dead ones
+  // in order; it overtakes the insertions (which append one member each) and ends at the end of
+  // the vector, which it cuts to the live members.
+  static constexpr std::size_t reclaimLooks = 32;
+  static constexpr std::size_t keptEmpty = 1024;  // member slots an emptied map may keep
+  void reclaimSome() {
+    std::size_t const dead = members_.size() - live_;
+    if (!reclaiming_) {
+      if (dead < 64 || dead * 2 < live_) return;
+      reclaiming_ = true;
+      reclaimFrom_ = reclaimTo_ = 0;
+    }
+    reclaimSteps(reclaimLooks);
+  }
+  void reclaimAll() {
+    if (members_.size() == live_) return;
+    if (!reclaiming_) {
+      reclaiming_ = true;
+      reclaimFrom_ = reclaimTo_ = 0;
+    }
+    reclaimSteps(std::numeric_limits<std::size_t>::max());
+  }
+  void reclaimSteps(std::size_t looks) {
+    for (; looks > 0 && reclaimFrom_ < members_.size(); --looks, ++reclaimFrom_) {
+      Member& m = members_[reclaimFrom_];
+      if (!m.live) continue;
+      if (reclaimFrom_ != reclaimTo_) {
+        index_[slotOfMember(m.hash, uint32_t(reclaimFrom_))] =
+            entryOf(m.hash, uint32_t(reclaimTo_));
+        members_[reclaimTo_] = std::move(m);
+        m.live = false;
+        m.value = V();
+        head_ = std::min(head_, reclaimTo_);
+      }
+      ++reclaimTo_;
+    }
+    if (reclaimFrom_ < members_.size()) return;
+    // Every live member is now in [0, reclaimTo_) (with the holes of removals made behind the
+    // reclamation, head_ among them), so the rest goes.
+    reclaiming_ = false;
+    members_.truncate(reclaimTo_);
+    giveBackMemory();
+  }
+  // After a reclamation: the chunks past the live members are gone already; a map holding a
+  // quarter of its first chunk or less gives the rest of it back (the copy costs its live
+  // members, paid for by the removals that emptied it).
+  void giveBackMemory() {
+    if (members_.capacity() > keptEmpty && members_.size() * 4 <= members_.capacity()) {
+      members_.shrink();
+    }
+    if (index_.size() > 2 * keptEmpty && live_ * 16 <= index_.size()) rebuildIndex(live_);
+  }
+
+  ChunkedVector<Member> members_;
   std::vector<uint64_t> index_;
-  std::size_t used_ = 0;  // index slots not empty (live or dead)
   std::size_t live_ = 0;
   std::size_t head_ = 0;  // first live member
+  bool reclaiming_ = false;
+  std::size_t reclaimFrom_ = 0;  // next member slot to look at
+  std::size_t reclaimTo_ = 0;    // where the next live member goes
 #if NOX_CHECKED_COLLECTIONS
   ChangeCount changes_ = 0;
   ChangeCount reshapes_ = 0;

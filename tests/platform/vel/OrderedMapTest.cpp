@@ -69,4 +69,35 @@ TEST(OrderedMap, IterationSurvivesRemovalOfTheCurrentAndLaterMembers) {
   EXPECT_TRUE(map.empty());
 }
 
+// Churn at a steady size (a member removed, a new one added) must reclaim the dead slots as it
+// goes rather than grow the storage until a rebuild copies it whole; removing most members gives
+// the memory back once insertions resume, and emptying gives it back at once. Order and lookups
+// stay right across the reclamation.
+TEST(OrderedMap, ChurnKeepsItsStorageAndShrinkingGivesMemoryBack) {
+  constexpr int n = 20000;
+  Vel::OrderedMap<int, int> map;
+  for (int k = 0; k < n; ++k) map.tryEmplace(k, k);
+  std::size_t const grown = map.capacity();
+  for (int k = n; k < 5 * n; ++k) {
+    map.erase(k - n);
+    map.tryEmplace(k, k);
+  }
+  EXPECT_LE(map.capacity(), 2 * grown);
+  int expected = 4 * n;
+  for (auto [key, value] : map) ASSERT_EQ(key, expected++);
+  EXPECT_EQ(expected, 5 * n);
+  for (int k = 4 * n; k < 5 * n - 100; ++k) map.erase(k);
+  for (int k = 0; k < 1000; ++k) map.tryEmplace(-1 - k, k);
+  EXPECT_LT(map.capacity(), grown / 4);
+  ASSERT_EQ(map.size(), 1100u);
+  expected = 5 * n - 100;
+  auto it = map.begin();
+  for (; expected < 5 * n; ++it) ASSERT_EQ(it.key(), expected++);
+  EXPECT_EQ(it.key(), -1);
+  EXPECT_EQ(*map.find(-1000), 999);
+  for (int k = 5 * n - 100; k < 5 * n; ++k) map.erase(k);
+  for (int k = 0; k < 1000; ++k) map.erase(-1 - k);
+  EXPECT_LE(map.capacity(), 1024u);
+}
+
 }  // namespace
