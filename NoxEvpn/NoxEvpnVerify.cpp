@@ -14,6 +14,10 @@ namespace Nox {
 namespace {
 
 using Vel::toStrep;
+// Tuples and FEC ids name most rows of the FEC machines: their own text functions, not the
+// stream the generic one writes through, which costs more than the rest of a row.
+std::string toStrep(L2Rib::ObjTuple const& tuple) { return L2Rib::valueToStrep(tuple); }
+std::string toStrep(FecId const& fecId) { return Kelp::Fib::valueToStrep(fecId); }
 
 // One output as key -> member text; keys are sorted so that differences come out in a stable
 // order.
