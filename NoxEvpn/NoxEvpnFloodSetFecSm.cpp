@@ -248,6 +248,7 @@ void EvpnFloodSetFecSm::VelMplsFloodSetFecResponse::onHwFecId() {
   // The whole table may have changed: look again at every FEC id this machine holds.
   std::vector<FecId> fecIds;
   for (auto [fecId, via] : sm_->fecIdCacheColl()) fecIds.push_back(fecId);
+  fecIds.insert(fecIds.end(), sm_->answeredBefore_.begin(), sm_->answeredBefore_.end());
   for (FecId const& fecId : fecIds) sm_->handleFecResponse(fecId);
 }
 
@@ -257,6 +258,12 @@ void EvpnFloodSetFecSm::handleFecResponse(FecId const& fecId) {
   auto const known = fecIdCacheColl().find(fecId);
   if (!known) {
     NOX_TRACE_CHANGE(" got stale response for FecId:{}", fecId);
+    auto const held = answeredBefore_.find(fecId);
+    if (held != answeredBefore_.end() && !mplsFloodSetFecResponse_->hwFecIdIsMemberOf(fecId)) {
+      NOX_TRACE_CHANGE("   Deleting fecId: {}", fecId);
+      answeredBefore_.erase(held);
+      numAllocator_->releaseNumber(int64_t(fecId.number()));
+    }
     return;
   }
   MplsFloodSetVia const via = *known;
@@ -379,9 +386,19 @@ void EvpnFloodSetFecSm::maybeDeleteFecId(FecId const& fecId) {
 
 FecId EvpnFloodSetFecSm::getOrAllocateFecId(MplsFloodSetVia const& via) {
   if (auto const bound = mplsFloodSetViaCacheColl().find(via)) return *bound;
-  int64_t const index = numAllocator_->getNumber();
-  VEL_ASSERT(index != numAllocator()->invalidNumber() && "FecId range exhausted, Not possible");
-  return indexToFecId(index);
+  // A fresh allocator knows nothing of the ids the machine before a restart used. One that the
+  // programmer still answers stays taken until the answer goes; the answers are finite, so the
+  // search ends.
+  for (;;) {
+    int64_t const index = numAllocator_->getNumber();
+    VEL_ASSERT(index != numAllocator()->invalidNumber() && "FecId range exhausted, Not possible");
+    FecId const fecId = indexToFecId(index);
+    if (!mplsFloodSetFecResponse_ || !mplsFloodSetFecResponse_->hwFecIdIsMemberOf(fecId)) {
+      return fecId;
+    }
+    NOX_TRACE_CHANGE("   fecId still answered for an earlier machine, held: {}", fecId);
+    answeredBefore_.insert(fecId);
+  }
 }
 
 FecId EvpnFloodSetFecSm::indexToFecId(int64_t index) const {

@@ -12,6 +12,7 @@
 // backlog and no review task.
 
 #include <memory>
+#include <set>
 #include <string_view>
 
 #include "NoxEvpn/NoxEvpn.h"
@@ -223,6 +224,10 @@ class EvpnFloodSetFecSm : public Vel::PtrInterface, public Vel::Described {
   // invalid tunnel id (which gets no FEC) has been in the flood sets.
   PendingSince<FecId> requestSince_;
   PendingSince<VlanMacDest, VlanMacDestOrder> invalidTunnelSince_;
+  // FEC ids the allocator handed out while the programmer still answered them for the machine
+  // before a restart: the answer names that machine's FEC in hardware, so the id stays taken,
+  // unused, until the answer is withdrawn.
+  std::set<FecId> answeredBefore_;
 };
 
 Vel::Ptr<EvpnFloodSetFecSm> evpnFloodSetFecSmFactory(

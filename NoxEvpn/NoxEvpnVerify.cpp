@@ -14,6 +14,10 @@ namespace Nox {
 namespace {
 
 using Vel::toStrep;
+// Tuples and FEC ids name most rows of the FEC machines: their own text functions, not the
+// stream the generic one writes through, which costs more than the rest of a row.
+std::string toStrep(L2Rib::ObjTuple const& tuple) { return L2Rib::valueToStrep(tuple); }
+std::string toStrep(FecId const& fecId) { return Kelp::Fib::valueToStrep(fecId); }
 
 // One output as key -> member text; keys are sorted so that differences come out in a stable
 // order.
@@ -52,8 +56,9 @@ void compareRows(std::string const& machine, std::string const& table, Rows cons
   }
 }
 
-// The event thread of a fresh machine: its own clock, so that running it to completion moves
-// no live timer.
+// The event thread of the fresh machines: a clock of its own, so that running one to completion
+// moves no live timer. A machine takes its tasks with it when it goes, so one verification
+// leaves nothing scheduled for the next.
 struct Scratch {
   Vel::Ptr<Vel::VirtualClock> clock{new Vel::VirtualClock};
   Vel::Ptr<Cog::TaskScheduler> scheduler{new Cog::TaskScheduler(clock)};
@@ -266,7 +271,52 @@ bool pairListed(PairColl const& unprogrammed, std::string const& portKey) {
   return false;
 }
 
+// Emptying a scratch table for its next fresh machine: every collection the machine writes.
+void clear(FecIdToHwFecIdRequest& request) {
+  request.fecDelAll();
+  request.fec6DelAll();
+  request.objTupleToFecIdDelAll();
+  request.hwFecIdRequestDelAll();
+}
+void clear(FecIdToHwFecIdResponse& response) {
+  response.l2IntfIdDelAll();
+  response.hwFecIdDelAll();
+}
+void clear(ObjTupleToHwId& hwIds) { hwIds.hwIdDelAll(); }
+void clear(TunnelIdToHwTunnelIdMapping& tunnels) {
+  tunnels.tunnelIdToHwTunnelIdReadyIs(false);
+  tunnels.tunnelIdToHwTunnelIdDelAll();
+}
+void clear(Mpls::LfibTrackingStatus& tracking) { tracking.routeKeyBacklogDelAll(); }
+void clear(Mpls::LfibHwStatus& status) { status.unprogrammedRouteDelAll(); }
+
+// The scratch table in `slot`, made on first use, emptied on every later one.
+template <class T, class Make>
+Vel::Ptr<T> const& reused(Vel::Ptr<T>& slot, Make const& make) {
+  if (slot) {
+    clear(*slot);
+  } else {
+    slot = make();
+  }
+  return slot;
+}
+
 }  // namespace
+
+struct Verifier::Tables {
+  Scratch scratch;
+  Vel::Ptr<FecIdToHwFecIdRequest> floodSetFecRequest;
+  Vel::Ptr<FecIdToHwFecIdResponse> floodSetFecResponse;
+  Vel::Ptr<FecIdToHwFecIdRequest> macFecRequest;
+  Vel::Ptr<FecIdToHwFecIdResponse> macFecResponse;
+  Vel::Ptr<ObjTupleToHwId> macFecHwIds;
+  Vel::Ptr<TunnelIdToHwTunnelIdMapping> tunnels;
+  Vel::Ptr<Mpls::LfibTrackingStatus> lfibTracking;
+  Vel::Ptr<Mpls::LfibHwStatus> lfibHwStatus;
+};
+
+Verifier::Verifier() : tables_(std::make_unique<Tables>()) {}
+Verifier::~Verifier() = default;
 
 std::string verifyDifferenceText(VerifyDifference const& d) {
   std::string out = d.machine + " " + d.table + " " + d.key +
@@ -283,7 +333,7 @@ bool hasUnexpectedDifference(std::vector<VerifyDifference> const& differences) {
   return false;
 }
 
-std::vector<VerifyDifference> verifyFilter(VlanFloodSetFilterSm const& live) {
+std::vector<VerifyDifference> Verifier::filter(VlanFloodSetFilterSm const& live) {
   auto const scratch = L2Rib::floodSetOutputFactory();
   auto const fresh = vlanFloodSetFilterSmFactory(live.destType(), live.inFloodSetOutput(), scratch);
   std::vector<VerifyDifference> out;
@@ -301,7 +351,7 @@ std::vector<VerifyDifference> verifyFilter(VlanFloodSetFilterSm const& live) {
   return out;
 }
 
-std::vector<VerifyDifference> verifyFloodSet(EvpnVlanFloodSetSm const& live) {
+std::vector<VerifyDifference> Verifier::floodSet(EvpnVlanFloodSetSm const& live) {
   auto const scratch = evpnVlanFloodSetHwConfigFactory();
   auto const fresh =
       evpnVlanFloodSetSmFactory(live.floodSetOutput(), live.hwTunnelIdMapping(),
@@ -312,10 +362,14 @@ std::vector<VerifyDifference> verifyFloodSet(EvpnVlanFloodSetSm const& live) {
   return out;
 }
 
-std::vector<VerifyDifference> verifyFloodSetFec(EvpnFloodSetFecSm const& live) {
-  Scratch s;
-  auto const request = fecIdToHwFecIdRequestFactory("verifyFloodSetFecRequest");
-  auto const response = fecIdToHwFecIdResponseFactory("verifyFloodSetFecResponse");
+std::vector<VerifyDifference> Verifier::floodSetFec(EvpnFloodSetFecSm const& live) {
+  Scratch& s = tables_->scratch;
+  auto const& request = reused(tables_->floodSetFecRequest, [] {
+    return fecIdToHwFecIdRequestFactory("verifyFloodSetFecRequest");
+  });
+  auto const& response = reused(tables_->floodSetFecResponse, [] {
+    return fecIdToHwFecIdResponseFactory("verifyFloodSetFecResponse");
+  });
   auto const hwInfo = hwInfoMappingFactory();
   auto const fresh = evpnFloodSetFecSmFactory(live.floodSetOutput(), live.hwTunnelIdMapping(),
                                               live.vlanFloodSetHwStatus(), request, response,
@@ -348,12 +402,16 @@ std::vector<VerifyDifference> verifyFloodSetFec(EvpnFloodSetFecSm const& live) {
   return out;
 }
 
-std::vector<VerifyDifference> verifyMacFec(NoxMacAddrFecRequestSm const& live,
-                                           MacFecInputs const& in) {
-  Scratch s;
-  auto const request = fecIdToHwFecIdRequestFactory("verifyMacFecRequest");
-  auto const response = fecIdToHwFecIdResponseFactory("verifyMacFecResponse");
-  auto const hwIds = objTupleToHwIdFactory("verifyObjTupleToHwId");
+std::vector<VerifyDifference> Verifier::macFec(NoxMacAddrFecRequestSm const& live,
+                                               MacFecInputs const& in) {
+  Scratch& s = tables_->scratch;
+  auto const& request = reused(tables_->macFecRequest,
+                               [] { return fecIdToHwFecIdRequestFactory("verifyMacFecRequest"); });
+  auto const& response = reused(tables_->macFecResponse, [] {
+    return fecIdToHwFecIdResponseFactory("verifyMacFecResponse");
+  });
+  auto const& hwIds =
+      reused(tables_->macFecHwIds, [] { return objTupleToHwIdFactory("verifyObjTupleToHwId"); });
   auto const fresh =
       noxMacAddrFecRequestSmFactory(in.labels, in.lbs, in.dests, response, in.hosts, request, hwIds,
                                     s.scheduler->timerWheel(), s.scheduler);
@@ -403,10 +461,12 @@ std::vector<VerifyDifference> verifyMacFec(NoxMacAddrFecRequestSm const& live,
   return out;
 }
 
-std::vector<VerifyDifference> verifyEsi(EvpnFloodingEsiSm const& live) {
-  Scratch s;
+std::vector<VerifyDifference> Verifier::esi(EvpnFloodingEsiSm const& live) {
+  Scratch& s = tables_->scratch;
   auto const helper = NoxHelper::evpnFloodingSmHelperStubFactory("verifyFlooding");
-  auto const tunnels = tunnelIdToHwTunnelIdMappingFactory("verifyTunnelIdToHwTunnelId");
+  auto const& tunnels = reused(tables_->tunnels, [] {
+    return tunnelIdToHwTunnelIdMappingFactory("verifyTunnelIdToHwTunnelId");
+  });
   auto const fresh =
       evpnFloodingEsiSmFactory(helper, s.scheduler, live.ncsd(), live.evpnStatus(), tunnels);
   s.settle();
@@ -477,8 +537,8 @@ std::vector<VerifyDifference> verifyEsi(EvpnFloodingEsiSm const& live) {
   return out;
 }
 
-std::vector<VerifyDifference> verifyDot1q(EvpnFloodingDot1qSm const& live) {
-  Scratch s;
+std::vector<VerifyDifference> Verifier::dot1q(EvpnFloodingDot1qSm const& live) {
+  Scratch& s = tables_->scratch;
   auto const helper = NoxHelper::evpnFloodingSmHelperStubFactory("verifyFlooding");
   auto const fresh = evpnFloodingDot1qSmFactory(helper, s.scheduler, live.ncsd(),
                                                 live.bridgingConfig(), live.evpnStatus());
@@ -505,30 +565,68 @@ std::vector<VerifyDifference> verifyDot1q(EvpnFloodingDot1qSm const& live) {
   return out;
 }
 
-std::vector<VerifyDifference> verifyDecap(EsiFilteringDecapSm const& live) {
-  Scratch s;
+std::vector<VerifyDifference> Verifier::decap(EsiFilteringDecapSm const& live) {
+  Scratch& s = tables_->scratch;
   auto const helper = NoxHelper::esiFilteringDecapHelperStubFactory("verifyDecap");
   // The machine works from the backlog of changed routes and removes what it handled; a fresh
   // one is given every route of the LFIB as changed.
-  auto const backlog = Mpls::lfibTrackingStatusFactory("verifyLfibTracking");
+  auto const& backlog = reused(
+      tables_->lfibTracking, [] { return Mpls::lfibTrackingStatusFactory("verifyLfibTracking"); });
   for (auto const& entry : live.lfibStatus()->routeColl())
     backlog->routeKeyBacklogIs(entry.key, true);
-  auto const hwStatus = Mpls::lfibHwStatusFactory("verifyLfibHwStatus");
+  auto const& hwStatus =
+      reused(tables_->lfibHwStatus, [] { return Mpls::lfibHwStatusFactory("verifyLfibHwStatus"); });
   auto const fresh =
       esiFilteringDecapSmFactory(helper, live.lfibStatus(), s.scheduler, backlog, hwStatus);
   s.settle();
 
   auto routeText = [](Mpls::RouteKey const& key) { return key.label().stringValue(); };
-  auto pending = [&live, &routeText](std::string const& key) -> std::optional<std::string> {
-    for (auto const& entry : live.lfibTrackingStatus()->routeKeyBacklogColl()) {
-      if (routeText(entry.key) == key) return "the route is in the backlog, not handled yet";
+  // Rows are keyed by label text; the routes behind them, from wherever either side has one.
+  std::map<std::string, Mpls::RouteKey> routes;
+  for (auto const& entry : live.lfibStatus()->routeColl()) routes[routeText(entry.key)] = entry.key;
+  for (auto [key, via] : live.routeEsiFilterViaColl()) routes[routeText(key)] = key;
+  for (auto const& entry : live.lfibHwStatus()->unprogrammedRouteColl()) {
+    routes[routeText(entry.key)] = entry.key;
+  }
+  auto const reason = [&](std::string const& text) -> std::optional<std::string> {
+    auto const found = routes.find(text);
+    if (found == routes.end()) return std::nullopt;
+    Mpls::RouteKey const& key = found->second;
+    if (live.lfibTrackingStatus()->routeKeyBacklogIsMemberOf(key)) {
+      return "the route is in the backlog, not handled yet";
     }
     // A route listed as refused while its port map is programmed is no refusal at all.
-    auto const& unprogrammed = live.lfibHwStatus()->unprogrammedRouteColl();
-    for (auto const& entry : unprogrammed) {
-      if (routeText(entry.key) == key && !live.routeEsiFilterViaIsMemberOf(entry.key)) {
-        return "the helper refused the port map (code " + toStrep(uint32_t(entry.value)) + ")";
-      }
+    bool const programmed = live.routeEsiFilterViaIsMemberOf(key);
+    if (!programmed && live.lfibHwStatus()->unprogrammedRouteIsMemberOf(key)) {
+      return "the helper refused the port map (code " +
+             toStrep(uint32_t(live.lfibHwStatus()->unprogrammedRoute(key))) + ")";
+    }
+    // What the LFIB holds for the route now: its filter via, if its first via is one.
+    Mpls::LfibStatus const& lfib = *live.lfibStatus();
+    Mpls::LfibRoute const route = lfib.route(key);
+    Mpls::LfibViaSet const viaSet =
+        route == Mpls::LfibRoute() ? Mpls::LfibViaSet() : lfib.viaSet(route.viaSetKey());
+    bool const filtered = viaSet.viaKeys() > 0 &&
+                          viaSet.viaKey(0).viaType() == Mpls::lfibViaTypeEvpnEthernetSegmentFilter;
+    auto const via = filtered ? lfib.evpnEthernetSegmentFilterVia(viaSet.viaKey(0))
+                              : Mpls::LfibEvpnEthernetSegmentFilterVia();
+    if (!programmed) {
+      // The machine keeps nothing of a route the helper refused with a code above 3, nor of one
+      // it has not met in the backlog.
+      if (via == Mpls::LfibEvpnEthernetSegmentFilterVia()) return std::nullopt;
+      return "the machine holds nothing for the route: refused with a code above 3 (neither "
+             "listed nor retried), or not in the backlog since the machine started or the "
+             "route changed";
+    }
+    if (route != Mpls::LfibRoute() && viaSet != Mpls::LfibViaSet() && !filtered) {
+      return "the route's first via is no longer a filter via: a skipped route keeps its map";
+    }
+    if (via != live.routeEsiFilterVia(key)) {
+      return "the route changed without its key entering the backlog, through which alone the "
+             "machine sees routes";
+    }
+    if (hwStatus->unprogrammedRoute(key) == Mpls::lfibHwProgrammingConflict) {
+      return "another route names the interface: the first one programmed keeps it";
     }
     return std::nullopt;
   };
@@ -544,14 +642,37 @@ std::vector<VerifyDifference> verifyDecap(EsiFilteringDecapSm const& live) {
     }
     return rows;
   };
-  auto expected = [&pending](std::string const& key, std::string const&, std::string const&) {
-    return pending(key);
+  auto expected = [&reason](std::string const& key, std::string const&, std::string const&) {
+    return reason(key);
   };
   std::vector<VerifyDifference> out;
   compareRows("decap", "port-map", portMapRows(live), portMapRows(*fresh), expected, out);
   compareRows("decap", "lfib-hwstatus", unprogrammedRows(*live.lfibHwStatus()),
               unprogrammedRows(*hwStatus), expected, out);
   return out;
+}
+
+std::vector<VerifyDifference> verifyFilter(VlanFloodSetFilterSm const& live) {
+  return Verifier().filter(live);
+}
+std::vector<VerifyDifference> verifyFloodSet(EvpnVlanFloodSetSm const& live) {
+  return Verifier().floodSet(live);
+}
+std::vector<VerifyDifference> verifyFloodSetFec(EvpnFloodSetFecSm const& live) {
+  return Verifier().floodSetFec(live);
+}
+std::vector<VerifyDifference> verifyEsi(EvpnFloodingEsiSm const& live) {
+  return Verifier().esi(live);
+}
+std::vector<VerifyDifference> verifyDot1q(EvpnFloodingDot1qSm const& live) {
+  return Verifier().dot1q(live);
+}
+std::vector<VerifyDifference> verifyDecap(EsiFilteringDecapSm const& live) {
+  return Verifier().decap(live);
+}
+std::vector<VerifyDifference> verifyMacFec(NoxMacAddrFecRequestSm const& live,
+                                           MacFecInputs const& inputs) {
+  return Verifier().macFec(live, inputs);
 }
 
 }  // namespace Nox

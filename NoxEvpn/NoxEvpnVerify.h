@@ -11,6 +11,7 @@
 // The comparison is for operators and tests: it copies every output, so it costs as much as a
 // start of the machine and is not meant for the event loop's hot path.
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -40,13 +41,6 @@ std::string verifyDifferenceText(VerifyDifference const& d);
 // Whether any difference is not an expected one.
 bool hasUnexpectedDifference(std::vector<VerifyDifference> const& differences);
 
-std::vector<VerifyDifference> verifyFilter(VlanFloodSetFilterSm const& live);
-std::vector<VerifyDifference> verifyFloodSet(EvpnVlanFloodSetSm const& live);
-std::vector<VerifyDifference> verifyFloodSetFec(EvpnFloodSetFecSm const& live);
-std::vector<VerifyDifference> verifyEsi(EvpnFloodingEsiSm const& live);
-std::vector<VerifyDifference> verifyDot1q(EvpnFloodingDot1qSm const& live);
-std::vector<VerifyDifference> verifyDecap(EsiFilteringDecapSm const& live);
-
 // The MAC-address FEC machine does not keep its inputs where they can be read back: they are
 // passed as they were given to its factory.
 struct MacFecInputs {
@@ -56,6 +50,39 @@ struct MacFecInputs {
   Vel::Ptr<FecIdToHwFecIdResponse const> fecResponse;
   Vel::Ptr<L2Rib::HostOutput const> hosts;
 };
+
+// Verifications that share their scratch tables: the tables a fresh machine writes (FEC
+// requests and responses, hardware ids, the tunnel table, the LFIB backlog and hardware status)
+// are made on first use and emptied before each later verification, so that a caller verifying
+// after every step does not pay for making them each time. One verification at a time.
+class Verifier {
+ public:
+  Verifier();
+  ~Verifier();
+  Verifier(Verifier const&) = delete;
+  Verifier& operator=(Verifier const&) = delete;
+
+  std::vector<VerifyDifference> filter(VlanFloodSetFilterSm const& live);
+  std::vector<VerifyDifference> floodSet(EvpnVlanFloodSetSm const& live);
+  std::vector<VerifyDifference> floodSetFec(EvpnFloodSetFecSm const& live);
+  std::vector<VerifyDifference> esi(EvpnFloodingEsiSm const& live);
+  std::vector<VerifyDifference> dot1q(EvpnFloodingDot1qSm const& live);
+  std::vector<VerifyDifference> decap(EsiFilteringDecapSm const& live);
+  std::vector<VerifyDifference> macFec(NoxMacAddrFecRequestSm const& live,
+                                       MacFecInputs const& inputs);
+
+ private:
+  struct Tables;
+  std::unique_ptr<Tables> tables_;
+};
+
+// One verification each, with scratch tables of its own.
+std::vector<VerifyDifference> verifyFilter(VlanFloodSetFilterSm const& live);
+std::vector<VerifyDifference> verifyFloodSet(EvpnVlanFloodSetSm const& live);
+std::vector<VerifyDifference> verifyFloodSetFec(EvpnFloodSetFecSm const& live);
+std::vector<VerifyDifference> verifyEsi(EvpnFloodingEsiSm const& live);
+std::vector<VerifyDifference> verifyDot1q(EvpnFloodingDot1qSm const& live);
+std::vector<VerifyDifference> verifyDecap(EsiFilteringDecapSm const& live);
 std::vector<VerifyDifference> verifyMacFec(NoxMacAddrFecRequestSm const& live,
                                            MacFecInputs const& inputs);
 

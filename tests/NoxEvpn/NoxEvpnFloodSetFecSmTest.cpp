@@ -219,6 +219,30 @@ TEST_F(FloodSetFecSmTest, StartOverFilledInputsMatchesIncrementalAndDropsAnEarli
   EXPECT_EQ(published(), incremental);
 }
 
+// The programmer may still answer the FEC ids of the machine before a restart: such an id is
+// not taken again while the answer stands (it names the earlier FEC's hardware), and it goes
+// back to the allocator once the answer is withdrawn.
+TEST_F(FloodSetFecSmTest, AnIdStillAnsweredForTheMachineBeforeIsNotTakenUntilWithdrawn) {
+  start();
+  floodSet(10, 1)->destSetIs(dest("mpls/1/Tunnel5/1000"), true);
+  respond(0, 100000, "L2Intf0");
+  sm = nullptr;
+  in = L2Rib::floodSetOutputFactory();
+  floodSet(20, 2)->destSetIs(dest("mpls/2/Tunnel7/3000"), true);
+  start();
+  EXPECT_EQ(sm->mplsFloodSetViaCache(via(7, 3000)), fecId(1));
+  EXPECT_EQ(hwInfos->mappings(), 0u);
+  respond(1, 100001, "L2Intf1");
+  EXPECT_TRUE(published().contains("hwinfo 7 3000 hwId=100001 l2Intf=L2Intf1"));
+
+  withdraw(0);
+  floodSet(30, 3)->destSetIs(dest("mpls/3/Tunnel9/4000"), true);
+  EXPECT_EQ(sm->mplsFloodSetViaCache(via(9, 4000)), fecId(2));
+  scheduler->advanceBy(10.0);
+  floodSet(40, 4)->destSetIs(dest("mpls/4/Tunnel9/5000"), true);
+  EXPECT_EQ(sm->mplsFloodSetViaCache(via(9, 5000)), fecId(0));
+}
+
 TEST_F(FloodSetFecSmTest, NonMplsDestinationIsAProgrammingError) {
   start();
   EXPECT_DEATH(floodSet(10, 1)->destSetIs(dest("intf/1/Ethernet1"), true),

@@ -178,13 +178,14 @@ RC_GTEST_PROP(EsiSmProperty, HardwareAndTableFollowTheInputsThroughFailures, ())
   EsiWorld w;
   w.scheduler->yieldPolicyIs(Vel::Ptr<Cog::YieldPolicy>(new Cog::WorkQuantumYield(quantum)));
   auto sm = w.start();
+  Nox::Verifier verifier;
   for (auto const& [op, a, b, c] : steps) {
     apply(w, op, a, b, c);
     checkInvariants(w, *sm);
     // Compared once the step's work is done, as the agent's loop would leave it.
     while (w.scheduler->runReady() != 0) {
     }
-    NoxTest::requireVerified(Nox::verifyEsi(*sm));
+    NoxTest::requireVerified(verifier.esi(*sm));
   }
   settle(w, *sm);
   checkInvariants(w, *sm);

@@ -16,30 +16,33 @@ namespace Noxsim {
 
 namespace {
 
-using Verifier = std::function<std::vector<Nox::VerifyDifference>(Sim&, Vel::PtrInterface const&)>;
+using VerifyFn = std::function<std::vector<Nox::VerifyDifference>(Sim&, Nox::Verifier&,
+                                                                  Vel::PtrInterface const&)>;
 
 struct VerifyEntry {
   std::string_view machine;
-  Verifier verify;
+  VerifyFn verify;
 };
 
-template <class Sm, std::vector<Nox::VerifyDifference> (*verify)(Sm const&)>
-Verifier of() {
-  return [](Sim&, Vel::PtrInterface const& m) { return verify(static_cast<Sm const&>(m)); };
+template <class Sm, std::vector<Nox::VerifyDifference> (Nox::Verifier::*verify)(Sm const&)>
+VerifyFn of() {
+  return [](Sim&, Nox::Verifier& verifier, Vel::PtrInterface const& m) {
+    return (verifier.*verify)(static_cast<Sm const&>(m));
+  };
 }
 
 std::vector<VerifyEntry> const& verifyTable() {
   static std::vector<VerifyEntry> const table = {
-      {"filter", of<Nox::VlanFloodSetFilterSm, Nox::verifyFilter>()},
-      {"floodset-fec", of<Nox::EvpnFloodSetFecSm, Nox::verifyFloodSetFec>()},
-      {"floodset", of<Nox::EvpnVlanFloodSetSm, Nox::verifyFloodSet>()},
-      {"esi", of<Nox::EvpnFloodingEsiSm, Nox::verifyEsi>()},
-      {"dot1q", of<Nox::EvpnFloodingDot1qSm, Nox::verifyDot1q>()},
-      {"decap", of<Nox::EsiFilteringDecapSm, Nox::verifyDecap>()},
+      {"filter", of<Nox::VlanFloodSetFilterSm, &Nox::Verifier::filter>()},
+      {"floodset-fec", of<Nox::EvpnFloodSetFecSm, &Nox::Verifier::floodSetFec>()},
+      {"floodset", of<Nox::EvpnVlanFloodSetSm, &Nox::Verifier::floodSet>()},
+      {"esi", of<Nox::EvpnFloodingEsiSm, &Nox::Verifier::esi>()},
+      {"dot1q", of<Nox::EvpnFloodingDot1qSm, &Nox::Verifier::dot1q>()},
+      {"decap", of<Nox::EsiFilteringDecapSm, &Nox::Verifier::decap>()},
       {"macfec",
-       [](Sim& sim, Vel::PtrInterface const& m) {
+       [](Sim& sim, Nox::Verifier& verifier, Vel::PtrInterface const& m) {
          World const& w = sim.world();
-         return Nox::verifyMacFec(
+         return verifier.macFec(
              static_cast<Nox::NoxMacAddrFecRequestSm const&>(m),
              {w.l2ribLabels, w.l2ribLbs, w.l2ribDests, w.macFecResponse, w.l2ribHosts});
        }},
@@ -99,6 +102,12 @@ Action parseExpectVerify(ParseInput& in) {
 
 std::optional<std::vector<Nox::VerifyDifference>> verifyMachines(
     Sim& sim, std::vector<std::string_view> const& names) {
+  Nox::Verifier verifier;
+  return verifyMachines(sim, verifier, names);
+}
+
+std::optional<std::vector<Nox::VerifyDifference>> verifyMachines(
+    Sim& sim, Nox::Verifier& verifier, std::vector<std::string_view> const& names) {
   std::vector<Nox::VerifyDifference> all;
   for (auto const& entry : verifyTable()) {
     bool const named = std::find(names.begin(), names.end(), entry.machine) != names.end();
@@ -110,7 +119,7 @@ std::optional<std::vector<Nox::VerifyDifference>> verifyMachines(
       sim.fail(cat("verify: machine '", entry.machine, "' is not running"));
       return std::nullopt;
     }
-    auto found = entry.verify(sim, *machine);
+    auto found = entry.verify(sim, verifier, *machine);
     all.insert(all.end(), found.begin(), found.end());
   }
   return all;

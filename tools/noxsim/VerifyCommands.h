@@ -17,5 +17,8 @@ class Sim;
 // recording the failure when a named machine is not running.
 std::optional<std::vector<Nox::VerifyDifference>> verifyMachines(
     Sim& sim, std::vector<std::string_view> const& names = {});
+// The same with scratch tables kept in `verifier` from one call to the next.
+std::optional<std::vector<Nox::VerifyDifference>> verifyMachines(
+    Sim& sim, Nox::Verifier& verifier, std::vector<std::string_view> const& names = {});
 
 }  // namespace Noxsim

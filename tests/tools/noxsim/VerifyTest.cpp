@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <set>
 #include <sstream>
 
 #include "tools/noxsim/Runner.h"
@@ -141,6 +142,47 @@ TEST_F(VerifyTest, WhatAFailingHelperLeftIsExpectedUntilTheReviewRetries) {
       "expect verify\n");
   EXPECT_TRUE(verify("dot1q").empty());
   EXPECT_TRUE(verify("esi").empty());
+}
+
+// The decap machine sees routes only through the backlog and keeps nothing of a refusal above 3:
+// each way its port maps may stand for another LFIB than the current one is expected, and only
+// on the routes concerned.
+TEST_F(VerifyTest, DecapPortMapsOfAnotherLfibStateAreExpectedOnTheirRoutesOnly) {
+  run("helper decap set createEsiPortMapRc=7\n"
+      "lfib esfilter set 6/2 Ethernet2\n"
+      "lfib viaset set 2 6/2\n"
+      "lfib route set 1002 viaset=2\n"
+      "helper decap set createEsiPortMapRc=0\n"
+      "lfib esfilter set 6/3 Ethernet3\n"
+      "lfib viaset set 3 6/3\n"
+      "lfib route set 1003 viaset=3\n"
+      "lfib viaset set 3 5/1 6/3\n"
+      "lfib esfilter set 6/4 Ethernet4\n"
+      "lfib viaset set 4 6/4\n"
+      "lfib route set 1004 viaset=4\n"
+      "lfib route set 999 viaset=4\n");
+  // Behind the backlog's back: the route's filter via moves to another interface.
+  w.lfib->evpnEthernetSegmentFilterViaIs(
+      Mpls::LfibViaKey(Mpls::lfibViaTypeEvpnEthernetSegmentFilter, 1),
+      Mpls::LfibEvpnEthernetSegmentFilterVia(Gantry::IntfId("Ethernet5")));
+  std::set<std::string> keys;
+  for (auto const& d : verify("decap")) {
+    EXPECT_TRUE(d.expected) << Nox::verifyDifferenceText(d);
+    keys.insert(d.table + " " + d.key +
+                (d.reason.find("code above 3") != std::string::npos ? " refused"
+                 : d.reason.find("skipped") != std::string::npos    ? " skipped"
+                 : d.reason.find("changed") != std::string::npos    ? " changed"
+                 : d.reason.find("first one") != std::string::npos  ? " order"
+                                                                    : " other"));
+  }
+  EXPECT_EQ(keys, (std::set<std::string>{"port-map 1002 refused", "port-map 1003 skipped",
+                                         "port-map 1000 changed", "port-map 1004 order",
+                                         "lfib-hwstatus 1004 order", "port-map 999 other",
+                                         "lfib-hwstatus 999 other"}));
+  run("restart decap\n");
+  for (auto const& d : verify("decap")) {
+    EXPECT_TRUE(d.expected) << Nox::verifyDifferenceText(d);
+  }
 }
 
 TEST_F(VerifyTest, NamingAStoppedMachineFails) {
