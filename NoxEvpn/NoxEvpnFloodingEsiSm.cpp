@@ -265,8 +265,7 @@ void EvpnFloodingEsiSm::decideIntfVlan(IntfId const& intf, VlanId vlan) {
   // ports need not look either up again.
   std::optional<PairTarget> target;
   if (published) target.emplace(PairTarget{tunnelId, published, nullptr});
-  addOrUpdateIntfVlanTunnelLabelMapping(intf, vlan, tunnelId, label->mplsLabel(),
-                                        std::move(target));
+  addOrUpdateIntfVlanTunnelLabelMapping(intf, vlan, tunnelId, label->mplsLabel(), target);
 }
 
 // Tunnels of pairs.
@@ -327,13 +326,14 @@ void EvpnFloodingEsiSm::deleteIntfVlanTunnelMapping(IntfId const& intf, VlanId v
 void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelLabelMapping(IntfId const& intf, VlanId vlan,
                                                               TunnelId const& tunnelId,
                                                               MplsLabel label) {
-  addOrUpdateIntfVlanTunnelLabelMapping(intf, vlan, tunnelId, label, std::nullopt);
+  std::optional<PairTarget> target;
+  addOrUpdateIntfVlanTunnelLabelMapping(intf, vlan, tunnelId, label, target);
 }
 
 void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelLabelMapping(IntfId const& intf, VlanId vlan,
                                                               TunnelId const& tunnelId,
                                                               MplsLabel label,
-                                                              std::optional<PairTarget> target) {
+                                                              std::optional<PairTarget>& target) {
   NOX_TRACE_ENTRY("addOrUpdateIntfVlanTunnelLabelMapping intf {} vlan {} tunnel {} label {}", intf,
                   vlan, tunnelId, label);
   VEL_ASSERT(initialized());
@@ -348,7 +348,7 @@ void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelLabelMapping(IntfId const& intf
   if (!same) intfVlanTunnelLabelIs(key, label);
   // An unchanged label still goes through: the per-port check makes it a no-op, and a port
   // that joined since is programmed.
-  programEsi(intf, vlan, label, std::move(target));
+  programEsi(intf, vlan, label, target);
 }
 
 void EvpnFloodingEsiSm::deleteIntfVlanTunnelLabelMapping(IntfId const& intf, VlanId vlan,
@@ -363,15 +363,16 @@ void EvpnFloodingEsiSm::deleteIntfVlanTunnelLabelMapping(IntfId const& intf, Vla
 // ESI data per physical port.
 
 void EvpnFloodingEsiSm::programEsi(IntfId const& intf, VlanId vlan, MplsLabel label) {
-  programEsi(intf, vlan, label, std::nullopt);
+  std::optional<PairTarget> target;
+  programEsi(intf, vlan, label, target);
 }
 
 void EvpnFloodingEsiSm::programEsi(IntfId const& intf, VlanId vlan, MplsLabel label,
-                                   std::optional<PairTarget> target) {
+                                   std::optional<PairTarget>& target) {
   NOX_TRACE_ENTRY("programEsi intf {} vlan {} label {}", intf, vlan, label);
   VEL_ASSERT(initialized());
   if (!isLag(intf)) {
-    programEsiPort(intf, intf, vlan, label, target, false);
+    programEsiPort(intf, intf, vlan, label, target, Seen::unknown);
     return;
   }
   auto const members = ncsd_->lagToPortColl().find(intf);
@@ -399,61 +400,62 @@ void EvpnFloodingEsiSm::programEsi(IntfId const& intf, VlanId vlan, MplsLabel la
   } else {
     std::copy(members->portColl().begin(), members->portColl().end(), few.begin());
   }
-  // One walk over the ports recorded for the pair finds those that left the port-channel and
-  // the members already programmed, so that the members need not ask the status one by one.
-  std::array<bool, 16> fewProgrammed{};
-  std::vector<char> manyProgrammed(count > fewProgrammed.size() ? count : 0);
-  auto const programmedAt = [&](std::size_t i) -> bool {
-    return count > fewProgrammed.size() ? manyProgrammed[i] != 0 : fewProgrammed[i];
-  };
-  auto const memberIndex = [&](IntfId const& port) {
-    return static_cast<std::size_t>(std::find(ports, ports + count, port) - ports);
-  };
+  // Whether each member is programmed already, asked once here rather than port by port. Once
+  // every port recorded for the pair has been found among the members, the other members are
+  // known to be in neither collection and none is stale: the recorded ports need no walk.
+  std::array<Seen, 16> fewSeen;
+  std::vector<Seen> manySeen(count > fewSeen.size() ? count : 0);
+  Seen* seen = count > fewSeen.size() ? manySeen.data() : fewSeen.data();
+  std::fill(seen, seen + count, Seen::notProgrammed);
   std::vector<IntfId> stale;
   Vel::Ptr<IntfVlanStatus> status = esiStatus(key);
   if (status) {
-    for (auto [port, flag] : status->programmedColl()) {
-      std::size_t const i = memberIndex(port);
-      if (i == count) {
-        stale.push_back(port);
-      } else if (flag) {
-        if (count > fewProgrammed.size()) {
-          manyProgrammed[i] = 1;
-        } else {
-          fewProgrammed[i] = true;
-        }
-      }
+    std::size_t const recorded = status->programmeds() + status->unprogrammeds();
+    std::size_t found = 0;
+    for (std::size_t i = 0; i < count && found < recorded; ++i) {
+      auto const flag = status->programmedColl().find(ports[i]);
+      if (flag) ++found;
+      seen[i] = flag && *flag ? Seen::programmed : Seen::notProgrammed;
+      if (status->unprogrammeds() != 0 && status->unprogrammedIsMemberOf(ports[i])) ++found;
     }
-    for (auto [port, flag] : status->unprogrammedColl()) {
-      if (memberIndex(port) == count) stale.push_back(port);
+    if (found != recorded) {
+      auto const isMember = [&](IntfId const& port) {
+        return std::find(ports, ports + count, port) != ports + count;
+      };
+      for (auto [port, flag] : status->programmedColl()) {
+        if (!isMember(port)) stale.push_back(port);
+      }
+      for (auto [port, flag] : status->unprogrammedColl()) {
+        if (!isMember(port)) stale.push_back(port);
+      }
     }
   }
   for (IntfId const& port : stale) {
     NOX_TRACE_CHANGE("stale lag member, delete");
     unprogramEsiHelper(intf, port, vlan);
   }
-  // What the walk saw holds until something notifies, which also drops the target.
-  bool seen = stale.empty();
-  if (!seen) {
+  // What was seen holds until something notifies, which also drops the target.
+  bool holds = stale.empty();
+  if (!holds) {
     target.reset();
   } else if (target && target->hwTunnelId) {
     target->status = std::move(status);
   }
   for (std::size_t i = 0; i < count; ++i) {
-    programEsiPort(intf, ports[i], vlan, label, target, seen && programmedAt(i));
-    if (!target) seen = false;
+    programEsiPort(intf, ports[i], vlan, label, target, holds ? seen[i] : Seen::unknown);
+    if (!target) holds = false;
   }
 }
 
 void EvpnFloodingEsiSm::programEsiHelper(IntfId const& logIntfId, IntfId const& phyIntfId,
                                          VlanId vlan, MplsLabel label) {
   std::optional<PairTarget> target;
-  programEsiPort(logIntfId, phyIntfId, vlan, label, target, false);
+  programEsiPort(logIntfId, phyIntfId, vlan, label, target, Seen::unknown);
 }
 
 void EvpnFloodingEsiSm::programEsiPort(IntfId const& logIntfId, IntfId const& phyIntfId,
                                        VlanId vlan, MplsLabel label,
-                                       std::optional<PairTarget>& target, bool seenProgrammed) {
+                                       std::optional<PairTarget>& target, Seen seen) {
   NOX_TRACE_ENTRY("programEsiHelper logical intf {} phy intf {} vlan {} label {}", logIntfId,
                   phyIntfId, vlan, label);
   VEL_ASSERT(initialized());
@@ -479,12 +481,12 @@ void EvpnFloodingEsiSm::programEsiPort(IntfId const& logIntfId, IntfId const& ph
     NOX_TRACE_CHANGE("hw tunnel id not published");
     return;
   }
-  if (seenProgrammed) {
+  if (seen == Seen::programmed) {
     NOX_TRACE_CHANGE("already programmed");
     return;
   }
   if (!target->status) target->status = esiStatusIs(key);
-  if (target->status->programmed(phyIntfId)) {
+  if (seen == Seen::unknown && target->status->programmed(phyIntfId)) {
     NOX_TRACE_CHANGE("already programmed");
     return;
   }

@@ -159,15 +159,16 @@ class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
   bool publishTunnel(TunnelId const& tunnelId, std::optional<HwTunnelId>& published);
   void addOrUpdateIntfVlanTunnelLabelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
                                              TunnelId const& tunnelId, Gantry::MplsLabel label,
-                                             std::optional<PairTarget> target);
+                                             std::optional<PairTarget>& target);
   void programEsi(Gantry::IntfId const& intf, Bridging::VlanId vlan, Gantry::MplsLabel label,
-                  std::optional<PairTarget> target);
+                  std::optional<PairTarget>& target);
+  // What programEsi saw of a member port in the pair's status, good while nothing notified.
+  enum class Seen { unknown, programmed, notProgrammed };
   // programEsiHelper for one port with the pair's target; drops the target when it notified.
-  // `seenProgrammed` says the port was seen programmed since the target was taken, so the status
-  // need not be asked again.
+  // A port seen one way or the other need not be looked up in the status again.
   void programEsiPort(Gantry::IntfId const& logIntfId, Gantry::IntfId const& phyIntfId,
                       Bridging::VlanId vlan, Gantry::MplsLabel label,
-                      std::optional<PairTarget>& target, bool seenProgrammed);
+                      std::optional<PairTarget>& target, Seen seen);
   // The hardware tunnel id published for a tunnel, if any.
   std::optional<HwTunnelId> publishedHwTunnelId(TunnelId const& tunnelId) const;
   // True when the review must stop here; it is then rescheduled after the review interval.
