@@ -442,6 +442,14 @@ void EvpnFloodingEsiSm::programEsi(IntfId const& intf, VlanId vlan, MplsLabel la
     target->status = std::move(status);
   }
   for (std::size_t i = 0; i < count; ++i) {
+    if (holds && seen[i] == Seen::programmed && target && target->hwTunnelId) {
+      // What programEsiPort does for such a port, without the call: most members of a
+      // port-channel whose membership changed are programmed already.
+      NOX_TRACE_ENTRY("programEsiHelper logical intf {} phy intf {} vlan {} label {}", intf,
+                      ports[i], vlan, label);
+      NOX_TRACE_CHANGE("already programmed");
+      continue;
+    }
     programEsiPort(intf, ports[i], vlan, label, target, holds ? seen[i] : Seen::unknown);
     if (!target) holds = false;
   }
