@@ -205,7 +205,11 @@ void EvpnFloodingEsiSm::processIntfVlan(IntfId const& intf, VlanId vlan) {
   // A pair retried and refused again leaves unprogrammedEsi for the call and comes back: it has
   // waited since its first refusal, so its time is settled once the decision is made.
   IntfVlanKey const key(intf, vlan);
-  pairWaitingSince_.settle(key, unprogrammedEsiIsMemberOf(key), scheduler_->now());
+  if (unprogrammedEsis() != 0 && unprogrammedEsiIsMemberOf(key)) {
+    pairWaitingSince_.started(key, scheduler_->now());
+  } else {
+    pairWaitingSince_.stopped(key);
+  }
   if (--processDepth_ == 0) revisitTunnelsPublishedLate();
 }
 
@@ -241,8 +245,9 @@ void EvpnFloodingEsiSm::decideIntfVlan(IntfId const& intf, VlanId vlan) {
   }
   IntfId const tep = *tepFound;
   TunnelId const tunnelId = Evpn::tepTunnelId(tep);
+  std::optional<HwTunnelId> published;
   // Publishing notified the table's readers: look the segment up again.
-  if (addOrUpdateIntfVlanTunnelMapping(intf, vlan, tunnelId)) {
+  if (addOrUpdateIntfVlanTunnelMapping(intf, vlan, tunnelId, published)) {
     segment = evpnStatus_->segmentStatusColl().find(intf);
   }
   auto const label = segment ? segment->remoteEsiLabelColl().find(tep) : nullptr;
@@ -256,13 +261,24 @@ void EvpnFloodingEsiSm::decideIntfVlan(IntfId const& intf, VlanId vlan) {
     deleteIntfVlanTunnelLabelMapping(intf, vlan, tunnelId);
     return;
   }
-  addOrUpdateIntfVlanTunnelLabelMapping(intf, vlan, tunnelId, label->mplsLabel());
+  // The pair's tunnel was set and found published last, and nothing since has notified: the
+  // ports need not look either up again.
+  std::optional<PairTarget> target;
+  if (published) target.emplace(PairTarget{tunnelId, published, nullptr});
+  addOrUpdateIntfVlanTunnelLabelMapping(intf, vlan, tunnelId, label->mplsLabel(), target);
 }
 
 // Tunnels of pairs.
 
 bool EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping(IntfId const& intf, VlanId vlan,
                                                          TunnelId const& tunnelId) {
+  std::optional<HwTunnelId> published;
+  return addOrUpdateIntfVlanTunnelMapping(intf, vlan, tunnelId, published);
+}
+
+bool EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping(IntfId const& intf, VlanId vlan,
+                                                         TunnelId const& tunnelId,
+                                                         std::optional<HwTunnelId>& published) {
   NOX_TRACE_ENTRY("addOrUpdateIntfVlanTunnelMapping intf {} vlan {} tunnel {}", intf, vlan,
                   tunnelId);
   VEL_ASSERT(initialized());
@@ -270,13 +286,13 @@ bool EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelMapping(IntfId const& intf, Vla
   auto const existing = intfVlanTunnelColl().find(key);
   if (existing && *existing == tunnelId) {
     // The pair is in both reverse sets already: they change together with intfVlanTunnel.
-    return publishTunnel(tunnelId);
+    return publishTunnel(tunnelId, published);
   }
   if (existing) deleteIntfVlanTunnelMapping(intf, vlan);
   intfVlanTunnelIs(key, tunnelId);
   tunnelIntfVlanSetIs(tunnelId)->intfVlanIs(key, true);
   intfTunnelVlanSetIs(IntfTunnelKey(intf, tunnelId))->vlanIdIs(vlan, true);
-  publishTunnel(tunnelId);
+  publishTunnel(tunnelId, published);
   return true;
 }
 
@@ -310,16 +326,29 @@ void EvpnFloodingEsiSm::deleteIntfVlanTunnelMapping(IntfId const& intf, VlanId v
 void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelLabelMapping(IntfId const& intf, VlanId vlan,
                                                               TunnelId const& tunnelId,
                                                               MplsLabel label) {
+  std::optional<PairTarget> target;
+  addOrUpdateIntfVlanTunnelLabelMapping(intf, vlan, tunnelId, label, target);
+}
+
+void EvpnFloodingEsiSm::addOrUpdateIntfVlanTunnelLabelMapping(IntfId const& intf, VlanId vlan,
+                                                              TunnelId const& tunnelId,
+                                                              MplsLabel label,
+                                                              std::optional<PairTarget>& target) {
   NOX_TRACE_ENTRY("addOrUpdateIntfVlanTunnelLabelMapping intf {} vlan {} tunnel {} label {}", intf,
                   vlan, tunnelId, label);
   VEL_ASSERT(initialized());
   IntfVlanTunnelKey const key(intf, vlan, tunnelId);
   auto const recorded = intfVlanTunnelLabelColl().find(key);
-  if (recorded && *recorded != label) deleteIntfVlanTunnelLabelMapping(intf, vlan, tunnelId);
-  intfVlanTunnelLabelIs(key, label);
+  bool const same = recorded && *recorded == label;
+  if (recorded && !same) {
+    deleteIntfVlanTunnelLabelMapping(intf, vlan, tunnelId);
+    target.reset();
+  }
+  // Writing the label it holds would change nothing.
+  if (!same) intfVlanTunnelLabelIs(key, label);
   // An unchanged label still goes through: the per-port check makes it a no-op, and a port
   // that joined since is programmed.
-  programEsi(intf, vlan, label);
+  programEsi(intf, vlan, label, target);
 }
 
 void EvpnFloodingEsiSm::deleteIntfVlanTunnelLabelMapping(IntfId const& intf, VlanId vlan,
@@ -334,10 +363,16 @@ void EvpnFloodingEsiSm::deleteIntfVlanTunnelLabelMapping(IntfId const& intf, Vla
 // ESI data per physical port.
 
 void EvpnFloodingEsiSm::programEsi(IntfId const& intf, VlanId vlan, MplsLabel label) {
+  std::optional<PairTarget> target;
+  programEsi(intf, vlan, label, target);
+}
+
+void EvpnFloodingEsiSm::programEsi(IntfId const& intf, VlanId vlan, MplsLabel label,
+                                   std::optional<PairTarget>& target) {
   NOX_TRACE_ENTRY("programEsi intf {} vlan {} label {}", intf, vlan, label);
   VEL_ASSERT(initialized());
   if (!isLag(intf)) {
-    programEsiHelper(intf, intf, vlan, label);
+    programEsiPort(intf, intf, vlan, label, target, Seen::unknown);
     return;
   }
   auto const members = ncsd_->lagToPortColl().find(intf);
@@ -352,16 +387,7 @@ void EvpnFloodingEsiSm::programEsi(IntfId const& intf, VlanId vlan, MplsLabel la
     return;
   }
   IntfVlanKey const key(intf, vlan);
-  unprogrammedEsiDel(key);
-  std::vector<IntfId> stale;
-  if (auto const status = esiStatus(key)) {
-    for (auto [port, flag] : status->programmedColl()) {
-      if (!members->portIsMemberOf(port)) stale.push_back(port);
-    }
-    for (auto [port, flag] : status->unprogrammedColl()) {
-      if (!members->portIsMemberOf(port)) stale.push_back(port);
-    }
-  }
+  if (unprogrammedEsis() != 0) unprogrammedEsiDel(key);
   // A copy: the helper calls below may notify. Port-channels of usual size stay on the stack,
   // as this runs for every VLAN of a port-channel whose members change.
   std::size_t const count = members->ports();
@@ -374,23 +400,70 @@ void EvpnFloodingEsiSm::programEsi(IntfId const& intf, VlanId vlan, MplsLabel la
   } else {
     std::copy(members->portColl().begin(), members->portColl().end(), few.begin());
   }
+  // Whether each member is programmed already, asked once here rather than port by port. Once
+  // every port recorded for the pair has been found among the members, the other members are
+  // known to be in neither collection and none is stale: the recorded ports need no walk.
+  std::array<Seen, 16> fewSeen;
+  std::vector<Seen> manySeen(count > fewSeen.size() ? count : 0);
+  Seen* seen = count > fewSeen.size() ? manySeen.data() : fewSeen.data();
+  std::fill(seen, seen + count, Seen::notProgrammed);
+  std::vector<IntfId> stale;
+  Vel::Ptr<IntfVlanStatus> status = esiStatus(key);
+  if (status) {
+    std::size_t const recorded = status->programmeds() + status->unprogrammeds();
+    std::size_t found = 0;
+    for (std::size_t i = 0; i < count && found < recorded; ++i) {
+      auto const flag = status->programmedColl().find(ports[i]);
+      if (flag) ++found;
+      seen[i] = flag && *flag ? Seen::programmed : Seen::notProgrammed;
+      if (status->unprogrammeds() != 0 && status->unprogrammedIsMemberOf(ports[i])) ++found;
+    }
+    if (found != recorded) {
+      auto const isMember = [&](IntfId const& port) {
+        return std::find(ports, ports + count, port) != ports + count;
+      };
+      for (auto [port, flag] : status->programmedColl()) {
+        if (!isMember(port)) stale.push_back(port);
+      }
+      for (auto [port, flag] : status->unprogrammedColl()) {
+        if (!isMember(port)) stale.push_back(port);
+      }
+    }
+  }
   for (IntfId const& port : stale) {
     NOX_TRACE_CHANGE("stale lag member, delete");
     unprogramEsiHelper(intf, port, vlan);
   }
-  std::optional<PairTarget> target;
-  for (std::size_t i = 0; i < count; ++i) programEsiPort(intf, ports[i], vlan, label, target);
+  // What was seen holds until something notifies, which also drops the target.
+  bool holds = stale.empty();
+  if (!holds) {
+    target.reset();
+  } else if (target && target->hwTunnelId) {
+    target->status = std::move(status);
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    if (holds && seen[i] == Seen::programmed && target && target->hwTunnelId) {
+      // What programEsiPort does for such a port, without the call: most members of a
+      // port-channel whose membership changed are programmed already.
+      NOX_TRACE_ENTRY("programEsiHelper logical intf {} phy intf {} vlan {} label {}", intf,
+                      ports[i], vlan, label);
+      NOX_TRACE_CHANGE("already programmed");
+      continue;
+    }
+    programEsiPort(intf, ports[i], vlan, label, target, holds ? seen[i] : Seen::unknown);
+    if (!target) holds = false;
+  }
 }
 
 void EvpnFloodingEsiSm::programEsiHelper(IntfId const& logIntfId, IntfId const& phyIntfId,
                                          VlanId vlan, MplsLabel label) {
   std::optional<PairTarget> target;
-  programEsiPort(logIntfId, phyIntfId, vlan, label, target);
+  programEsiPort(logIntfId, phyIntfId, vlan, label, target, Seen::unknown);
 }
 
 void EvpnFloodingEsiSm::programEsiPort(IntfId const& logIntfId, IntfId const& phyIntfId,
                                        VlanId vlan, MplsLabel label,
-                                       std::optional<PairTarget>& target) {
+                                       std::optional<PairTarget>& target, Seen seen) {
   NOX_TRACE_ENTRY("programEsiHelper logical intf {} phy intf {} vlan {} label {}", logIntfId,
                   phyIntfId, vlan, label);
   VEL_ASSERT(initialized());
@@ -409,7 +482,6 @@ void EvpnFloodingEsiSm::programEsiPort(IntfId const& logIntfId, IntfId const& ph
       // clang-format off
       VEL_ASSERT(intfVlanTunnelLabelColl().isMemberOf( labelKey ));
       // clang-format on
-      target->status = esiStatusIs(key);
     }
   }
   if (!target->hwTunnelId) {
@@ -417,7 +489,12 @@ void EvpnFloodingEsiSm::programEsiPort(IntfId const& logIntfId, IntfId const& ph
     NOX_TRACE_CHANGE("hw tunnel id not published");
     return;
   }
-  if (target->status->programmed(phyIntfId)) {
+  if (seen == Seen::programmed) {
+    NOX_TRACE_CHANGE("already programmed");
+    return;
+  }
+  if (!target->status) target->status = esiStatusIs(key);
+  if (seen == Seen::unknown && target->status->programmed(phyIntfId)) {
     NOX_TRACE_CHANGE("already programmed");
     return;
   }
@@ -426,8 +503,12 @@ void EvpnFloodingEsiSm::programEsiPort(IntfId const& logIntfId, IntfId const& ph
   TunnelId const tunnel = target->tunnel;
   HwTunnelId const hwTunnelId = *target->hwTunnelId;
   target.reset();
-  status->unprogrammedDel(phyIntfId);
-  if (status->unprogrammeds() == 0) unprogrammedEsiDel(key);
+  if (status->unprogrammeds() != 0) {
+    status->unprogrammedDel(phyIntfId);
+    if (status->unprogrammeds() == 0) unprogrammedEsiDel(key);
+  } else if (unprogrammedEsis() != 0) {
+    unprogrammedEsiDel(key);
+  }
 
   HwProgrammingStatus const rc =
       floodingHelper_->createEsiData(phyIntfId, vlan, tunnel, hwTunnelId, label);
@@ -493,9 +574,16 @@ std::optional<HwTunnelId> EvpnFloodingEsiSm::publishedHwTunnelId(TunnelId const&
 }
 
 bool EvpnFloodingEsiSm::publishTunnel(TunnelId const& tunnelId) {
+  std::optional<HwTunnelId> published;
+  return publishTunnel(tunnelId, published);
+}
+
+bool EvpnFloodingEsiSm::publishTunnel(TunnelId const& tunnelId,
+                                      std::optional<HwTunnelId>& published) {
   NOX_TRACE_ENTRY("publishTunnel tunnel {}", tunnelId);
   VEL_ASSERT(initialized());
-  if (publishedHwTunnelId(tunnelId)) {
+  published = publishedHwTunnelId(tunnelId);
+  if (published) {
     NOX_TRACE_CHANGE("already programmed");
     return false;
   }

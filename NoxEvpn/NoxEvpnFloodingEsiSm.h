@@ -142,17 +142,33 @@ class EvpnFloodingEsiSm : public Vel::PtrInterface, public Vel::Described {
                     Vel::Ptr<TunnelIdToHwTunnelIdMapping> const& tunnelIdHwTunnelId);
 
   // What programming the ports of one pair needs: its tunnel, the tunnel's hardware id and the
-  // pair's status (only when the id is published). Looked up for the first port and again only
+  // pair's status (only when the id is published; null until a port needs it). Looked up for
+  // the first port, or handed down by the decision that has just read them, and again only
   // after something that may notify, since a watcher may then have changed any of them.
   struct PairTarget {
     TunnelId tunnel;
     std::optional<HwTunnelId> hwTunnelId;
     Vel::Ptr<IntfVlanStatus> status;
   };
+  // The working operations of the same name, with what the caller already knows of the pair.
+  // `published` is set to the tunnel's hardware id when it was published already (nothing was
+  // written then, whatever else changed).
+  bool addOrUpdateIntfVlanTunnelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
+                                        TunnelId const& tunnelId,
+                                        std::optional<HwTunnelId>& published);
+  bool publishTunnel(TunnelId const& tunnelId, std::optional<HwTunnelId>& published);
+  void addOrUpdateIntfVlanTunnelLabelMapping(Gantry::IntfId const& intf, Bridging::VlanId vlan,
+                                             TunnelId const& tunnelId, Gantry::MplsLabel label,
+                                             std::optional<PairTarget>& target);
+  void programEsi(Gantry::IntfId const& intf, Bridging::VlanId vlan, Gantry::MplsLabel label,
+                  std::optional<PairTarget>& target);
+  // What programEsi saw of a member port in the pair's status, good while nothing notified.
+  enum class Seen { unknown, programmed, notProgrammed };
   // programEsiHelper for one port with the pair's target; drops the target when it notified.
+  // A port seen one way or the other need not be looked up in the status again.
   void programEsiPort(Gantry::IntfId const& logIntfId, Gantry::IntfId const& phyIntfId,
                       Bridging::VlanId vlan, Gantry::MplsLabel label,
-                      std::optional<PairTarget>& target);
+                      std::optional<PairTarget>& target, Seen seen);
   // The hardware tunnel id published for a tunnel, if any.
   std::optional<HwTunnelId> publishedHwTunnelId(TunnelId const& tunnelId) const;
   // True when the review must stop here; it is then rescheduled after the review interval.

@@ -85,13 +85,6 @@ void traceAppend(std::string& out, IntfId const& v) {
   }
 }
 
-uint32_t IntfId::hash() const {
-  Vel::MurmurHash3Stream h;
-  h.addBlock(word0_);
-  h.addBlock(word1_);
-  return h.finish();
-}
-
 std::ostream& operator<<(std::ostream& os, IntfId const& v) { return os << v.name(); }
 std::string valueToStrep(IntfId const& v) { return v.name(); }
 

@@ -34,7 +34,18 @@ class IntfId {
   bool empty() const { return word0_ == 0 && word1_ == 0; }
   std::string name() const;
 
-  uint32_t hash() const;
+  // A 64-bit finaliser over the two words: equal ids hash alike and every bit of both words
+  // reaches the low bits that collections index by. Inline and cheap, since every lookup keyed
+  // by an interface, or by a key holding one, starts here.
+  uint32_t hash() const {
+    uint64_t x = (uint64_t(word0_) << 32) | word1_;
+    x ^= x >> 33;
+    x *= 0xff51afd7ed558ccdull;
+    x ^= x >> 33;
+    x *= 0xc4ceb9fe1a85ec53ull;
+    x ^= x >> 33;
+    return static_cast<uint32_t>(x);
+  }
   friend bool operator==(IntfId const&, IntfId const&) = default;
   friend auto operator<=>(IntfId const&, IntfId const&) = default;
 

@@ -1,7 +1,6 @@
 #include "platform/types/Tunnel/Tunnel.h"
 
 #include "platform/vel/Exception.h"
-#include "platform/vel/Hash.h"
 
 namespace Tunnel::TunnelTable {
 
@@ -10,12 +9,6 @@ TunnelId::TunnelId(uint64_t value) : value_(value) {
     throw Vel::RangeException(
         "TunnelId::value < TunnelId::minValue or > TunnelId::maxValue not allowed");
   }
-}
-
-uint32_t TunnelId::hash() const {
-  Vel::OneAtATimeHash h;
-  h.addLittleEndian64(value_);
-  return h.finish();
 }
 
 std::ostream& operator<<(std::ostream& os, TunnelId const& v) { return os << v.value(); }

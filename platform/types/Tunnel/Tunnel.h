@@ -7,6 +7,8 @@
 #include <ostream>
 #include <string>
 
+#include "platform/vel/Hash.h"
+
 namespace Tunnel::TunnelTable {
 
 // A 64-bit tunnel identifier whose upper 16 bits must be zero.
@@ -22,8 +24,13 @@ class TunnelId {
 
   constexpr uint64_t value() const { return value_; }
   static constexpr bool traceAsNumber = true;
-  // Bob Jenkins' one-at-a-time hash of the 8 bytes, least significant first.
-  uint32_t hash() const;
+  // Bob Jenkins' one-at-a-time hash of the 8 bytes, least significant first. Inline: keys
+  // holding a tunnel id hash it on every lookup.
+  uint32_t hash() const {
+    Vel::OneAtATimeHash h;
+    h.addLittleEndian64(value_);
+    return h.finish();
+  }
   friend bool operator==(TunnelId const&, TunnelId const&) = default;
   friend auto operator<=>(TunnelId const&, TunnelId const&) = default;
 
