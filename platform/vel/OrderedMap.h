@@ -390,7 +390,13 @@ class OrderedMap {
       if (reclaimFrom_ != reclaimTo_) {
         index_[slotOfMember(m.hash, uint32_t(reclaimFrom_))] =
             entryOf(m.hash, uint32_t(reclaimTo_));
-        members_[reclaimTo_] = std::move(m);
+        // Field by field: the slot left behind is dead, and its value is reset at once, as a
+        // removal's is.
+        Member& to = members_[reclaimTo_];
+        to.key = std::move(m.key);
+        to.value = std::move(m.value);
+        to.hash = m.hash;
+        to.live = true;
         m.live = false;
         m.value = V();
         head_ = std::min(head_, reclaimTo_);
