@@ -59,19 +59,6 @@ void BM_VelInsertWithNotify(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * keys.size());
 }
 
-void BM_StdInsert(benchmark::State& state) {
-  auto keys = shuffledKeys(state.range(0));
-  for (auto _ : state) {
-    std::unordered_map<uint64_t, uint64_t> m;
-    for (uint64_t k : keys) m.insert_or_assign(k, k);
-    benchmark::DoNotOptimize(m.size());
-    state.PauseTiming();
-    m = {};
-    state.ResumeTiming();
-  }
-  state.SetItemsProcessed(state.iterations() * keys.size());
-}
-
 void BM_VelLookup(benchmark::State& state) {
   auto keys = shuffledKeys(state.range(0));
   Vel::Ptr<Table> t(new Table);
@@ -79,19 +66,6 @@ void BM_VelLookup(benchmark::State& state) {
   std::size_t i = 0;
   for (auto _ : state) {
     benchmark::DoNotOptimize(t->entry(keys[i]));
-    if (++i == keys.size()) i = 0;
-  }
-  state.SetItemsProcessed(state.iterations());
-}
-
-void BM_StdLookup(benchmark::State& state) {
-  auto keys = shuffledKeys(state.range(0));
-  std::unordered_map<uint64_t, uint64_t> m;
-  for (uint64_t k : keys) m[k] = k;
-  std::size_t i = 0;
-  for (auto _ : state) {
-    auto it = m.find(keys[i]);
-    benchmark::DoNotOptimize(it == m.end() ? 0 : it->second);
     if (++i == keys.size()) i = 0;
   }
   state.SetItemsProcessed(state.iterations());
@@ -111,19 +85,6 @@ void BM_VelEraseWithNotify(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * keys.size());
 }
 
-void BM_StdErase(benchmark::State& state) {
-  auto keys = shuffledKeys(state.range(0));
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::unordered_map<uint64_t, uint64_t> m;
-    for (uint64_t k : keys) m[k] = k;
-    state.ResumeTiming();
-    for (uint64_t k : keys) m.erase(k);
-    benchmark::DoNotOptimize(m.size());
-  }
-  state.SetItemsProcessed(state.iterations() * keys.size());
-}
-
 void BM_VelIterate(benchmark::State& state) {
   auto keys = shuffledKeys(state.range(0));
   Vel::Ptr<Table> t(new Table);
@@ -136,25 +97,17 @@ void BM_VelIterate(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * keys.size());
 }
 
-void BM_StdIterate(benchmark::State& state) {
-  auto keys = shuffledKeys(state.range(0));
-  std::unordered_map<uint64_t, uint64_t> m;
-  for (uint64_t k : keys) m[k] = k;
-  for (auto _ : state) {
-    uint64_t sum = 0;
-    for (auto const& [k, v] : m) sum += v;
-    benchmark::DoNotOptimize(sum);
-  }
-  state.SetItemsProcessed(state.iterations() * keys.size());
-}
-
+// The peers, doing the same work without notifications.
+using StdMap = std::unordered_map<uint64_t, uint64_t>;
 #if NOX_BENCH_ABSL
 using AbslMap = absl::flat_hash_map<uint64_t, uint64_t>;
+#endif
 
-void BM_AbslInsert(benchmark::State& state) {
+template <class Map>
+void BM_PeerInsert(benchmark::State& state) {
   auto keys = shuffledKeys(state.range(0));
   for (auto _ : state) {
-    AbslMap m;
+    Map m;
     for (uint64_t k : keys) m.insert_or_assign(k, k);
     benchmark::DoNotOptimize(m.size());
     state.PauseTiming();
@@ -164,9 +117,10 @@ void BM_AbslInsert(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * keys.size());
 }
 
-void BM_AbslLookup(benchmark::State& state) {
+template <class Map>
+void BM_PeerLookup(benchmark::State& state) {
   auto keys = shuffledKeys(state.range(0));
-  AbslMap m;
+  Map m;
   for (uint64_t k : keys) m[k] = k;
   std::size_t i = 0;
   for (auto _ : state) {
@@ -177,11 +131,12 @@ void BM_AbslLookup(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 
-void BM_AbslErase(benchmark::State& state) {
+template <class Map>
+void BM_PeerErase(benchmark::State& state) {
   auto keys = shuffledKeys(state.range(0));
   for (auto _ : state) {
     state.PauseTiming();
-    AbslMap m;
+    Map m;
     for (uint64_t k : keys) m[k] = k;
     state.ResumeTiming();
     for (uint64_t k : keys) m.erase(k);
@@ -190,9 +145,10 @@ void BM_AbslErase(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * keys.size());
 }
 
-void BM_AbslIterate(benchmark::State& state) {
+template <class Map>
+void BM_PeerIterate(benchmark::State& state) {
   auto keys = shuffledKeys(state.range(0));
-  AbslMap m;
+  Map m;
   for (uint64_t k : keys) m[k] = k;
   for (auto _ : state) {
     uint64_t sum = 0;
@@ -201,22 +157,20 @@ void BM_AbslIterate(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations() * keys.size());
 }
-#endif
 
 #define SIZES ->Arg(1 << 10)->Arg(1 << 20)->Unit(benchmark::kMicrosecond)
 BENCHMARK(BM_VelInsertWithNotify) SIZES;
-BENCHMARK(BM_StdInsert) SIZES;
 BENCHMARK(BM_VelLookup)->Arg(1 << 10)->Arg(1 << 20);
-BENCHMARK(BM_StdLookup)->Arg(1 << 10)->Arg(1 << 20);
 BENCHMARK(BM_VelEraseWithNotify) SIZES;
-BENCHMARK(BM_StdErase) SIZES;
 BENCHMARK(BM_VelIterate) SIZES;
-BENCHMARK(BM_StdIterate) SIZES;
+#define PEER(Map)                                                     \
+  BENCHMARK_TEMPLATE(BM_PeerInsert, Map) SIZES;                       \
+  BENCHMARK_TEMPLATE(BM_PeerLookup, Map)->Arg(1 << 10)->Arg(1 << 20); \
+  BENCHMARK_TEMPLATE(BM_PeerErase, Map) SIZES;                        \
+  BENCHMARK_TEMPLATE(BM_PeerIterate, Map) SIZES;
+PEER(StdMap)
 #if NOX_BENCH_ABSL
-BENCHMARK(BM_AbslInsert) SIZES;
-BENCHMARK(BM_AbslLookup)->Arg(1 << 10)->Arg(1 << 20);
-BENCHMARK(BM_AbslErase) SIZES;
-BENCHMARK(BM_AbslIterate) SIZES;
+PEER(AbslMap)
 #endif
 
 }  // namespace
