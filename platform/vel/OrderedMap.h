@@ -14,10 +14,11 @@
 // slot behind (so that iterators stay valid) but no mark in the index: the entries after it in
 // its probe run shift back. Dead slots are reclaimed a few at a time by the insertions that
 // follow, which slide live members down in order while new ones go to the end, so a map under
-// steady churn keeps its storage and never copies it whole. Only growth past the capacity
-// rebuilds the index (amortised over the insertions that filled it; members live in chunks that
-// never move as they grow), and a map that has shrunk far below its capacity gives the memory
-// back when its reclamation ends or when it empties.
+// steady churn keeps its storage and never copies it whole. Growth does not copy either: members
+// live in chunks that never move as they grow, and an index that fills up is replaced by one of
+// twice the size into which the following insertions move the entries a few at a time, lookups
+// reading both meanwhile. A map that has shrunk far below its capacity gives the memory back
+// when its reclamation ends (its index moving to a smaller one the same way) or when it empties.
 //
 // What stays valid across a change:
 //
@@ -37,8 +38,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <iterator>
 #include <limits>
+#include <new>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -117,19 +120,56 @@ class ChunkedVector {
   std::size_t size_ = 0;
 };
 
+// An index's slots, zero when free. Taken zeroed from calloc, so a large index comes straight
+// from fresh pages that the kernel zeroes as they are first touched: allocating one does not
+// write it whole in one insertion.
+class IndexTable {
+ public:
+  IndexTable() = default;
+  explicit IndexTable(std::size_t size)
+      : slots_(static_cast<uint64_t*>(std::calloc(size, sizeof(uint64_t)))), size_(size) {
+    if (!slots_) throw std::bad_alloc();
+  }
+  IndexTable(IndexTable&& other) noexcept
+      : slots_(std::exchange(other.slots_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+  IndexTable& operator=(IndexTable&& other) noexcept {
+    std::swap(slots_, other.slots_);
+    std::swap(size_, other.size_);
+    return *this;
+  }
+  ~IndexTable() { std::free(slots_); }
+
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  uint64_t& operator[](std::size_t i) { return slots_[i]; }
+  uint64_t operator[](std::size_t i) const { return slots_[i]; }
+  void clear() { std::fill(slots_, slots_ + size_, uint64_t(0)); }
+
+ private:
+  uint64_t* slots_ = nullptr;
+  std::size_t size_ = 0;
+};
+
 template <class K, class V, class H = IndexHasher>
 class OrderedMap {
-  // Index entries: hash << 32 | member number; two reserved values mark free slots.
-  static constexpr uint64_t emptyEntry = std::numeric_limits<uint64_t>::max();
+  // Index entries: hash << 32 | (member number + 1), so that a free slot is zero.
+  static constexpr uint64_t emptyEntry = 0;
   static constexpr uint32_t notFound = std::numeric_limits<uint32_t>::max();
-  static uint64_t entryOf(uint32_t hash, uint32_t n) { return (uint64_t(hash) << 32) | n; }
-  static uint32_t memberOf(uint64_t entry) { return static_cast<uint32_t>(entry); }
+  static uint64_t entryOf(uint32_t hash, uint32_t n) { return (uint64_t(hash) << 32) | (n + 1); }
+  static uint32_t memberOf(uint64_t entry) { return static_cast<uint32_t>(entry) - 1; }
 
   struct Member {
     K key;
     V value;
     uint32_t hash;
+    uint8_t generation;  // of the index naming it (see migrateSome)
     bool live;
+  };
+  // Where a key is indexed: the slot, and whether in the index being emptied by a migration.
+  struct Slot {
+    uint32_t at;
+    bool old;
+    explicit operator bool() const { return at != notFound; }
   };
 
  public:
@@ -207,6 +247,7 @@ class OrderedMap {
   void reserve(std::size_t n) {
     reshaped();
     reclaimAll();
+    migrateAll();
     if (n * 4 >= index_.size() * 3) rebuildIndex(n);
   }
   // Member slots allocated, live or not: what the map holds in memory, in members.
@@ -220,24 +261,26 @@ class OrderedMap {
   template <class... Args>
   std::pair<MemberPtr<V>, bool> tryEmplace(K const& k, Args&&... args) {
     uint32_t const h = H()(k);
-    uint32_t const found = lookup(k, h);
-    if (found != notFound) return {pointerTo(&members_[memberOf(index_[found])].value), false};
+    Slot const found = lookup(k, h);
+    if (found) return {pointerTo(&members_[memberAt(found)].value), false};
     reshaped();
     reclaimSome();
-    if ((live_ + 1) * 4 > index_.size() * 3) rebuildIndex(live_ + 1);
+    migrateSome();
+    if ((live_ + 1) * 4 > index_.size() * 3) growIndex();
     uint32_t const n = static_cast<uint32_t>(members_.size());
-    members_.push_back(Member{k, V(std::forward<Args>(args)...), h, true});
-    index_[freeSlotFor(h)] = entryOf(h, n);
+    members_.push_back(Member{k, V(std::forward<Args>(args)...), h, generation_, true});
+    index_[freeSlotFor(index_, h)] = entryOf(h, n);
     ++live_;
     return {pointerTo(&members_.back().value), true};
   }
 
   bool erase(K const& k) {
-    uint32_t const slot = lookup(k, H()(k));
-    if (slot == notFound) return false;
+    Slot const slot = lookup(k, H()(k));
+    if (!slot) return false;
     changed();
-    Member& m = members_[memberOf(index_[slot])];
-    unindex(slot);
+    Member& m = members_[memberAt(slot)];
+    unindex(slot.old ? oldIndex_ : index_, slot.at);
+    if (slot.old) leftOld();
     m.live = false;
     // Release what the value holds now (a reference, a reactor), not at the next rebuild.
     m.value = V();
@@ -273,19 +316,24 @@ class OrderedMap {
 
  private:
   V const* findRaw(K const& k) const {
-    uint32_t const slot = lookup(k, H()(k));
-    return slot == notFound ? nullptr : &members_[memberOf(index_[slot])].value;
+    Slot const slot = lookup(k, H()(k));
+    return slot ? &members_[memberAt(slot)].value : nullptr;
+  }
+  uint32_t memberAt(Slot slot) const {
+    return memberOf(slot.old ? oldIndex_[slot.at] : index_[slot.at]);
   }
   void dropAll() {
     if (members_.capacity() > keptEmpty) {
       // An emptied map gives its memory back (a collection that once held every VLAN's members
       // should not hold their space for good).
       members_.release();
-      std::vector<uint64_t>().swap(index_);
+      index_ = IndexTable();
     } else {
       members_.clear();
-      index_.assign(index_.size(), emptyEntry);
+      index_.clear();
     }
+    oldIndex_ = IndexTable();
+    oldLeft_ = 0;
     live_ = head_ = 0;
     reclaiming_ = false;
   }
@@ -302,62 +350,114 @@ class OrderedMap {
 #endif
   }
 
-  // The index slot holding k, or notFound.
-  uint32_t lookup(K const& k, uint32_t h) const {
-    if (index_.empty()) return notFound;
-    std::size_t const mask = index_.size() - 1;
+  // Where k is indexed, if it is.
+  Slot lookup(K const& k, uint32_t h) const {
+    uint32_t const at = probe(index_, k, h);
+    if (at != notFound || oldLeft_ == 0) return {at, false};
+    return {probe(oldIndex_, k, h), true};
+  }
+  // The slot of `table` holding k, or notFound.
+  uint32_t probe(IndexTable const& table, K const& k, uint32_t h) const {
+    if (table.empty()) return notFound;
+    std::size_t const mask = table.size() - 1;
     for (std::size_t i = h & mask;; i = (i + 1) & mask) {
-      uint64_t const e = index_[i];
+      uint64_t const e = table[i];
       if (e == emptyEntry) return notFound;
       if (uint32_t(e >> 32) == h && members_[memberOf(e)].key == k) {
         return static_cast<uint32_t>(i);
       }
     }
   }
-  uint32_t freeSlotFor(uint32_t h) const {
-    std::size_t const mask = index_.size() - 1;
+  static std::size_t freeSlotFor(IndexTable const& table, uint32_t h) {
+    std::size_t const mask = table.size() - 1;
     std::size_t i = h & mask;
-    while (index_[i] != emptyEntry) i = (i + 1) & mask;
-    return static_cast<uint32_t>(i);
+    while (table[i] != emptyEntry) i = (i + 1) & mask;
+    return i;
   }
   // Empties an index slot, shifting back the entries after it in its probe run that may move
   // (those whose home slot is not between the hole and themselves), so lookups never need a
   // mark for removed entries and the index never fills with them.
-  void unindex(std::size_t hole) {
-    std::size_t const mask = index_.size() - 1;
-    index_[hole] = emptyEntry;
-    for (std::size_t j = (hole + 1) & mask; index_[j] != emptyEntry; j = (j + 1) & mask) {
-      std::size_t const home = uint32_t(index_[j] >> 32) & mask;
+  static void unindex(IndexTable& table, std::size_t hole) {
+    std::size_t const mask = table.size() - 1;
+    table[hole] = emptyEntry;
+    for (std::size_t j = (hole + 1) & mask; table[j] != emptyEntry; j = (j + 1) & mask) {
+      std::size_t const home = uint32_t(table[j] >> 32) & mask;
       bool const staysPut = hole <= j ? (hole < home && home <= j) : (hole < home || home <= j);
       if (staysPut) continue;
-      index_[hole] = index_[j];
-      index_[j] = emptyEntry;
+      table[hole] = table[j];
+      table[j] = emptyEntry;
       hole = j;
     }
   }
-  // The index slot naming member number n, whose hash is h.
-  std::size_t slotOfMember(uint32_t h, uint32_t n) const {
-    std::size_t const mask = index_.size() - 1;
+  // The slot of `table` naming member number n, whose hash is h.
+  static std::size_t slotOfMember(IndexTable const& table, uint32_t h, uint32_t n) {
+    std::size_t const mask = table.size() - 1;
     uint64_t const entry = entryOf(h, n);
     std::size_t i = h & mask;
-    while (index_[i] != entry) i = (i + 1) & mask;
+    while (table[i] != entry) i = (i + 1) & mask;
     return i;
   }
-
-  // Sizes the index for `want` members at most half full, from the entries alone (each carries
-  // its hash), so members are not read.
-  void rebuildIndex(std::size_t want) {
+  static std::size_t indexSizeFor(std::size_t members) {
     std::size_t size = 8;
-    while (size < want * 2) size *= 2;
-    std::vector<uint64_t> old(size, emptyEntry);
-    old.swap(index_);
-    std::size_t const mask = size - 1;
-    for (uint64_t e : old) {
+    while (size < members * 2) size *= 2;
+    return size;
+  }
+  // Sizes the index for `want` members at most half full, in one go, from the entries alone
+  // (each carries its hash), so members are not read.
+  void rebuildIndex(std::size_t want) {
+    IndexTable old(indexSizeFor(want));
+    std::swap(old, index_);
+    std::size_t const mask = index_.size() - 1;
+    for (std::size_t s = 0; s < old.size(); ++s) {
+      uint64_t const e = old[s];
       if (e == emptyEntry) continue;
       std::size_t i = uint32_t(e >> 32) & mask;
       while (index_[i] != emptyEntry) i = (i + 1) & mask;
       index_[i] = e;
     }
+  }
+
+  // Index migration. A full index is not rebuilt in one insertion: a new index twice the size
+  // takes the following insertions, and each insertion also moves the entries of a few members
+  // from the old one, walking the members in order. A member's generation says which index
+  // names it; the migration ends when no live member is left in the old index. Members that
+  // reclamation renumbers move with it, so every member behind the walk is in the new index.
+  // The walk covers at most about twice as many members as the old index had room for, eight an
+  // insertion, and so ends long before the new index is three quarters full.
+  static constexpr std::size_t migrateLooks = 8;
+  static constexpr std::size_t migrateAbove = 1024;  // smaller indexes are rebuilt at once
+  void growIndex() {
+    migrateAll();
+    if (index_.size() < migrateAbove) {
+      rebuildIndex(live_ + 1);
+    } else {
+      startMigration(2 * index_.size());
+    }
+  }
+  void startMigration(std::size_t size) {
+    oldIndex_ = std::exchange(index_, IndexTable(size));
+    ++generation_;
+    oldLeft_ = live_;
+    migrateFrom_ = 0;
+  }
+  void migrateSome() { migrateSteps(migrateLooks); }
+  void migrateAll() { migrateSteps(std::numeric_limits<std::size_t>::max()); }
+  void migrateSteps(std::size_t looks) {
+    for (; oldLeft_ > 0 && looks > 0 && migrateFrom_ < members_.size(); --looks, ++migrateFrom_) {
+      Member& m = members_[migrateFrom_];
+      if (m.live && m.generation != generation_) migrate(m, uint32_t(migrateFrom_));
+    }
+  }
+  // Moves member m, numbered n, from the old index to the new one.
+  void migrate(Member& m, uint32_t n) {
+    unindex(oldIndex_, slotOfMember(oldIndex_, m.hash, n));
+    index_[freeSlotFor(index_, m.hash)] = entryOf(m.hash, n);
+    m.generation = generation_;
+    leftOld();
+  }
+  // A member has left the old index; the last one ends the migration.
+  void leftOld() {
+    if (--oldLeft_ == 0) oldIndex_ = IndexTable();
   }
 
   // Reclamation of dead member slots. It starts once dead slots outnumber half the live members,
@@ -388,7 +488,9 @@ class OrderedMap {
       Member& m = members_[reclaimFrom_];
       if (!m.live) continue;
       if (reclaimFrom_ != reclaimTo_) {
-        index_[slotOfMember(m.hash, uint32_t(reclaimFrom_))] =
+        // Renumbered behind the migration's walk, the member moves to the new index with it.
+        if (m.generation != generation_) migrate(m, uint32_t(reclaimFrom_));
+        index_[slotOfMember(index_, m.hash, uint32_t(reclaimFrom_))] =
             entryOf(m.hash, uint32_t(reclaimTo_));
         // Field by field: the slot left behind is dead, and its value is reset at once, as a
         // removal's is.
@@ -396,6 +498,7 @@ class OrderedMap {
         to.key = std::move(m.key);
         to.value = std::move(m.value);
         to.hash = m.hash;
+        to.generation = m.generation;
         to.live = true;
         m.live = false;
         m.value = V();
@@ -412,16 +515,23 @@ class OrderedMap {
   }
   // After a reclamation: the chunks past the live members are gone already; a map holding a
   // quarter of its first chunk or less gives the rest of it back (the copy costs its live
-  // members, paid for by the removals that emptied it).
+  // members, paid for by the removals that emptied it), and an index sixteen times too large
+  // migrates to one of its size.
   void giveBackMemory() {
     if (members_.capacity() > keptEmpty && members_.size() * 4 <= members_.capacity()) {
       members_.shrink();
     }
-    if (index_.size() > 2 * keptEmpty && live_ * 16 <= index_.size()) rebuildIndex(live_);
+    if (oldLeft_ == 0 && index_.size() > 2 * keptEmpty && live_ * 16 <= index_.size()) {
+      startMigration(indexSizeFor(live_));
+    }
   }
 
   ChunkedVector<Member> members_;
-  std::vector<uint64_t> index_;
+  IndexTable index_;             // while migrating, the new index
+  IndexTable oldIndex_;          // while migrating, the index being emptied
+  std::size_t oldLeft_ = 0;      // live members the old index still names
+  std::size_t migrateFrom_ = 0;  // the next member the migration looks at
+  uint8_t generation_ = 0;       // of index_ (members carry the generation of theirs)
   std::size_t live_ = 0;
   std::size_t head_ = 0;  // first live member
   bool reclaiming_ = false;

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <cstdint>
+#include <map>
 #include <random>
+#include <unordered_map>
 #include <vector>
 
 #include "platform/vel/OrderedMap.h"
@@ -9,50 +11,103 @@
 namespace {
 
 // The model: members in insertion order, a re-added key at the end.
-struct Model {
-  std::vector<std::pair<int, int>> members;
-  auto find(int k) {
-    return std::find_if(members.begin(), members.end(), [k](auto& m) { return m.first == k; });
+class Model {
+ public:
+  int* find(int k) {
+    auto const at = orderOf_.find(k);
+    return at == orderOf_.end() ? nullptr : &byOrder_[at->second].second;
   }
+  void add(int k, int v) {
+    orderOf_[k] = next_;
+    byOrder_[next_++] = {k, v};
+  }
+  bool erase(int k) {
+    auto const at = orderOf_.find(k);
+    if (at == orderOf_.end()) return false;
+    byOrder_.erase(at->second);
+    orderOf_.erase(at);
+    return true;
+  }
+  std::size_t size() const { return orderOf_.size(); }
+  int firstKey() const { return byOrder_.empty() ? -1 : byOrder_.begin()->second.first; }
+  std::vector<std::pair<int, int>> members() const {
+    std::vector<std::pair<int, int>> all;
+    for (auto const& [order, member] : byOrder_) all.push_back(member);
+    return all;
+  }
+
+ private:
+  std::map<uint64_t, std::pair<int, int>> byOrder_;
+  std::unordered_map<int, uint64_t> orderOf_;
+  uint64_t next_ = 0;
 };
 
-// Long random runs of insert/replace/erase across rebuilds, checked after every step against the
-// model: iteration order, lookups, size and first key.
+// Long random runs of insert/replace/erase, checked against the model: iteration order, lookups,
+// size and first key. Small key ranges rebuild a small index often; the large one grows and
+// shrinks through index migrations (phases that mostly insert, then erase down to a few members
+// and churn), with lookups and erasures landing in both indexes while one is under way.
 TEST(OrderedMap, RandomOperationsKeepInsertionOrderAndLookupsAcrossRebuilds) {
-  for (unsigned seed = 1; seed <= 20; ++seed) {
+  for (unsigned seed = 1; seed <= 24; ++seed) {
     std::mt19937 rng(seed);
-    int const keyRange = seed % 2 ? 16 : 600;
+    int const keyRange = std::vector<int>{16, 600, 6000}[seed % 3];
+    bool const large = keyRange > 1000;
+    int const steps = large ? 40000 : 3000;
     Vel::OrderedMap<int, int> map;
     Model model;
-    for (int step = 0; step < 3000; ++step) {
-      int const k = static_cast<int>(rng() % keyRange);
+    for (int step = 0; step < steps; ++step) {
+      int k = static_cast<int>(rng() % keyRange);
       int const v = static_cast<int>(rng() % 1000);
-      if (rng() % 3) {
+      bool insert = rng() % 3 != 0;
+      if (large && (step / 5000) % 2 == 1) {
+        // Shrinking: the oldest members go until few are left, then the map churns.
+        if (model.size() > 150) k = model.firstKey();
+        insert = model.size() <= 150 && rng() % 2 == 0;
+      }
+      if (insert) {
         auto [stored, inserted] = map.tryEmplace(k, v);
-        auto it = model.find(k);
-        ASSERT_EQ(inserted, it == model.members.end());
+        int* const modelled = model.find(k);
+        ASSERT_EQ(inserted, modelled == nullptr);
         if (inserted) {
-          model.members.emplace_back(k, v);
+          model.add(k, v);
         } else {
           *stored = v;
-          it->second = v;
+          *modelled = v;
         }
       } else {
-        auto it = model.find(k);
-        ASSERT_EQ(map.erase(k), it != model.members.end());
-        if (it != model.members.end()) model.members.erase(it);
+        ASSERT_EQ(map.erase(k), model.erase(k));
       }
-      ASSERT_EQ(map.size(), model.members.size());
-      std::vector<std::pair<int, int>> seen;
-      for (auto [key, value] : map) seen.emplace_back(key, value);
-      ASSERT_EQ(seen, model.members) << "seed " << seed << " step " << step;
-      ASSERT_EQ(map.firstKey() ? *map.firstKey() : -1,
-                model.members.empty() ? -1 : model.members.front().first);
+      ASSERT_EQ(map.size(), model.size());
+      if (!large || step % 97 == 0 || step == steps - 1) {
+        std::vector<std::pair<int, int>> seen;
+        for (auto [key, value] : map) seen.emplace_back(key, value);
+        ASSERT_EQ(seen, model.members()) << "seed " << seed << " step " << step;
+      }
+      ASSERT_EQ(map.firstKey() ? *map.firstKey() : -1, model.firstKey());
       int const probe = static_cast<int>(rng() % keyRange);
-      auto it = model.find(probe);
+      int const* const modelled = model.find(probe);
       auto const found = map.find(probe);
-      ASSERT_EQ(found ? *found : -1, it == model.members.end() ? -1 : it->second);
+      ASSERT_EQ(found ? *found : -1, modelled ? *modelled : -1)
+          << "seed " << seed << " step " << step;
     }
+  }
+}
+
+// The index grows by migrating a few entries an insertion; removals made meanwhile start a
+// reclamation that renumbers members the migration has not reached yet. Every key must stay
+// found, in order, through both.
+TEST(OrderedMap, ReclamationRenumbersMembersDuringAnIndexMigration) {
+  Vel::OrderedMap<int, int> map;
+  // 3,072 members fill an index of 4,096 to three quarters: the next insertion starts a
+  // migration that its successors carry on eight members at a time.
+  int next = 0;
+  for (; next <= 3072; ++next) map.tryEmplace(next, next);
+  for (int k = 0; k < 2000; ++k) map.erase(k);
+  for (int i = 0; i < 200; ++i, ++next) {
+    map.tryEmplace(next, next);
+    int expected = 2000;
+    for (auto [key, value] : map) ASSERT_EQ(key, expected++) << "after " << i << " insertions";
+    ASSERT_EQ(expected, next + 1);
+    for (int k = 0; k <= next; ++k) ASSERT_EQ(map.contains(k), k >= 2000) << k;
   }
 }
 
