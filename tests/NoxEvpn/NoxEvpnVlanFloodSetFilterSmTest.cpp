@@ -23,7 +23,7 @@ struct Vel::Internals<Nox::VlanFloodSetFilterSm> {
 
 namespace {
 
-using Internals = Vel::Internals<Nox::VlanFloodSetFilterSm>;
+using FilterInternals = Vel::Internals<Nox::VlanFloodSetFilterSm>;
 
 using L2Rib::destTypeMpls_;
 using Lines = std::set<std::string>;
@@ -86,8 +86,8 @@ TEST_F(FilterTest, RemovingMacsAndVlansRemovesTheirOutput) {
   in->vlanFloodSetDel(vlan(20));
   EXPECT_EQ(out->vlanFloodSets(), 0u);
   // Reactors follow the input: the emptied VLAN 10 is still there, VLAN 20 is gone.
-  EXPECT_EQ(Internals::vlanFloodSets(*sm), 1u);
-  EXPECT_EQ(Internals::floodSets(*sm, vlan(10)), 0u);
+  EXPECT_EQ(FilterInternals::vlanFloodSets(*sm), 1u);
+  EXPECT_EQ(FilterInternals::floodSets(*sm, vlan(10)), 0u);
 }
 
 TEST_F(FilterTest, SourceFlagAndTypeFollowTheInput) {
@@ -120,14 +120,14 @@ TEST_F(FilterTest, StoppedMachineLeavesItsOutputAndARestartOnlyAdds) {
 TEST_F(FilterTest, NullReactorMembersRaiseTheRangeErrorAndChangeNothing) {
   start();
   floodSet(10, 1);
-  NoxTest::expectRangeError([&] { Internals::vlanFloodSetIsNull(*sm); },
+  NoxTest::expectRangeError([&] { FilterInternals::vlanFloodSetIsNull(*sm); },
                             "null _vlanFloodSet parameter to mutator for "
                             "Nox::VlanFloodSetFilterSm::vlanFloodSet not allowed\"");
-  NoxTest::expectRangeError([&] { Internals::floodSetIsNull(*sm, vlan(10)); },
+  NoxTest::expectRangeError([&] { FilterInternals::floodSetIsNull(*sm, vlan(10)); },
                             "null _floodSet parameter to mutator for "
                             "Nox::VlanFloodSetFilterSm::VelVlanFloodSet::floodSet not allowed\"");
-  EXPECT_EQ(Internals::vlanFloodSets(*sm), 1u);
-  EXPECT_EQ(Internals::floodSets(*sm, vlan(10)), 1u);
+  EXPECT_EQ(FilterInternals::vlanFloodSets(*sm), 1u);
+  EXPECT_EQ(FilterInternals::floodSets(*sm, vlan(10)), 1u);
 }
 
 // The exact texts of each change path, with the entry traces that lead to them.

@@ -25,7 +25,7 @@ struct Vel::Internals<Nox::EvpnVlanFloodSetSm> {
 
 namespace {
 
-using Internals = Vel::Internals<Nox::EvpnVlanFloodSetSm>;
+using FloodSetInternals = Vel::Internals<Nox::EvpnVlanFloodSetSm>;
 
 using Lines = std::set<std::string>;
 using Nox::HwTunnelId;
@@ -185,7 +185,7 @@ TEST_F(FloodSetSmTest, WatcherWithdrawingTheViaDuringAnUpdateLeavesNothingPublis
   hwInfos->mappingIs(via(5, 1000), hwInfo(2, "L2Intf2"));
   EXPECT_TRUE(render(*hwConfig).empty());
   EXPECT_EQ(hwConfig->configs(), 0u);
-  EXPECT_EQ(Internals::mplsDestHwConfig(*sm).count(), 0u);
+  EXPECT_EQ(FloodSetInternals::mplsDestHwConfig(*sm).count(), 0u);
 
   // The destination waits for its via as any other and is published when it comes back.
   hwInfos->mappingIs(via(5, 1000), hwInfo(3, "L2Intf3"));
@@ -248,9 +248,9 @@ TEST_F(FloodSetSmTest, DepartingFloodSetsAndVlansRetractEveryConfigAndMapping) {
   in->vlanFloodSetDel(vlan(20));
   in->vlanFloodSetDel(vlan(10));
   EXPECT_EQ(hwConfig->configs(), 0u);
-  EXPECT_EQ(Internals::tunnelToFloodSetEntry(*sm).count(), 0u);
-  EXPECT_EQ(Internals::hwInfoMapKeyToFloodSetEntry(*sm).count(), 0u);
-  EXPECT_EQ(Internals::mplsDestHwConfig(*sm).count(), 0u);
+  EXPECT_EQ(FloodSetInternals::tunnelToFloodSetEntry(*sm).count(), 0u);
+  EXPECT_EQ(FloodSetInternals::hwInfoMapKeyToFloodSetEntry(*sm).count(), 0u);
+  EXPECT_EQ(FloodSetInternals::mplsDestHwConfig(*sm).count(), 0u);
 }
 
 TEST_F(FloodSetSmTest, StartupRemovesConfigurationsLeftByAnEarlierInstance) {
@@ -290,10 +290,10 @@ TEST_F(FloodSetSmTest, TunnelIdPastFortyEightBitsRaisesTheRangeErrorToTheWriter)
 TEST_F(FloodSetSmTest, NullReactorMembersRaiseTheRangeError) {
   start();
   floodSet(10, 1);
-  NoxTest::expectRangeError([&] { Internals::vlanFloodSetStatusIsNull(*sm); },
+  NoxTest::expectRangeError([&] { FloodSetInternals::vlanFloodSetStatusIsNull(*sm); },
                             "null _vlanFloodSetStatus parameter to mutator for "
                             "Nox::EvpnVlanFloodSetSm::vlanFloodSetStatus not allowed\"");
-  NoxTest::expectRangeError([&] { Internals::floodSetIsNull(*sm, vlan(10)); },
+  NoxTest::expectRangeError([&] { FloodSetInternals::floodSetIsNull(*sm, vlan(10)); },
                             "null _floodSet parameter to mutator for "
                             "Nox::EvpnVlanFloodSetSm::VelVlanFloodSet::floodSet not allowed\"");
 }
@@ -385,8 +385,9 @@ TEST_P(FloodSetSmProperty, InvariantsHoldAfterEveryStep) {
         for (auto [d, flag] : fs->destSetColl()) {
           ++inputDests;
           Nox::VlanMacDest const vmd(vv, mm, d);
-          auto byTunnel = Internals::tunnelToFloodSetEntry(*sm).get(d.destDataMpls().tunnelId());
-          auto byVia = Internals::hwInfoMapKeyToFloodSetEntry(*sm).get(
+          auto byTunnel =
+              FloodSetInternals::tunnelToFloodSetEntry(*sm).get(d.destDataMpls().tunnelId());
+          auto byVia = FloodSetInternals::hwInfoMapKeyToFloodSetEntry(*sm).get(
               Nox::MplsFloodSetVia(d.destDataMpls().tunnelId(), d.destDataMpls().label));
           ASSERT_TRUE(byTunnel && byTunnel->vlanMacDestSetIsMemberOf(vmd)) << "step " << step;
           ASSERT_TRUE(byVia && byVia->vlanMacDestSetIsMemberOf(vmd)) << "step " << step;
@@ -394,12 +395,12 @@ TEST_P(FloodSetSmProperty, InvariantsHoldAfterEveryStep) {
       }
     }
     std::size_t byTunnelCount = 0;
-    for (auto [t, set] : Internals::tunnelToFloodSetEntry(*sm)) {
+    for (auto [t, set] : FloodSetInternals::tunnelToFloodSetEntry(*sm)) {
       byTunnelCount += set->vlanMacDestSets();
     }
     ASSERT_EQ(byTunnelCount, inputDests);
     std::size_t published = 0;
-    for (auto [d, config] : Internals::mplsDestHwConfig(*sm)) {
+    for (auto [d, config] : FloodSetInternals::mplsDestHwConfig(*sm)) {
       auto pairConfig = hwConfig->config(d.pair());
       ASSERT_TRUE(pairConfig && pairConfig->mplsDestConfigIsMemberOf(config)) << "step " << step;
       ++published;

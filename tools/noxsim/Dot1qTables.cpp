@@ -2,6 +2,7 @@
 // the machine, so the table is empty while the machine is stopped.
 
 #include "NoxEvpn/NoxEvpnFloodingDot1qSm.h"
+#include "tools/noxsim/IntfVlanText.h"
 #include "tools/noxsim/Sim.h"
 #include "tools/noxsim/Tables.h"
 #include "tools/noxsim/Text.h"
@@ -10,27 +11,15 @@ namespace Noxsim {
 
 namespace {
 
-std::string pairText(Nox::IntfVlanKey const& pair) {
-  return cat(pair.intfId().name(), " ", pair.vlanId().value());
-}
-
-// "PORT,PORT" in the set's order.
-template <class Coll>
-std::string portsText(Coll const& ports) {
-  std::string text;
-  for (auto entry : ports) text += cat(text.empty() ? "" : ",", entry.key.name());
-  return text;
-}
-
 void printStatus(Nox::IntfVlanKey const& pair, Nox::IntfVlanStatus const& status,
                  TableLines& lines) {
   if (status.programmeds() != 0) {
     lines.entries.push_back(
-        cat("status ", pairText(pair), " programmed=", portsText(status.programmedColl())));
+        cat("status ", intfVlanText(pair), " programmed=", portsText(status.programmedColl())));
   }
   if (status.unprogrammeds() != 0) {
     lines.entries.push_back(
-        cat("status ", pairText(pair), " unprogrammed=", portsText(status.unprogrammedColl())));
+        cat("status ", intfVlanText(pair), " unprogrammed=", portsText(status.unprogrammedColl())));
   }
 }
 
@@ -38,11 +27,11 @@ void printDot1q(Sim& sim, TableLines& lines) {
   auto const* sm = static_cast<Nox::EvpnFloodingDot1qSm const*>(sim.machine("dot1q"));
   if (!sm) return;
   for (auto [pair, dot1q] : sm->intfVlanDot1qColl()) {
-    lines.entries.push_back(cat(pairText(pair), " dot1q=", dot1q.value()));
+    lines.entries.push_back(cat(intfVlanText(pair), " dot1q=", dot1q.value()));
   }
   for (auto [pair, status] : sm->dot1qStatusColl()) printStatus(pair, *status, lines);
   for (auto [pair, waiting] : sm->unprogrammedDot1qColl()) {
-    lines.entries.push_back(cat("unprogrammedDot1q ", pairText(pair)));
+    lines.entries.push_back(cat("unprogrammedDot1q ", intfVlanText(pair)));
   }
 }
 

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "NoxEvpn/NoxEvpnFloodingEsiSm.h"
+#include "tools/noxsim/IntfVlanText.h"
 #include "tools/noxsim/Sim.h"
 #include "tools/noxsim/Tables.h"
 #include "tools/noxsim/Text.h"
@@ -11,17 +12,6 @@
 namespace Noxsim {
 
 namespace {
-
-std::string intfVlanText(Nox::IntfVlanKey const& key) {
-  return cat(key.intfId().name(), " ", key.vlanId().value());
-}
-
-template <class Coll>
-std::string portsText(Coll const& ports) {
-  std::string text;
-  for (auto [port, flag] : ports) text += cat(text.empty() ? "" : ",", port.name());
-  return text;
-}
 
 Nox::EvpnFloodingEsiSm const* runningEsi(Sim& sim) {
   return static_cast<Nox::EvpnFloodingEsiSm const*>(sim.machine(machineIndex("esi")));

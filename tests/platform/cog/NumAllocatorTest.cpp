@@ -79,13 +79,13 @@ TEST_F(NumAllocatorTest, ReleasingANumberThatIsNotOutIsAProgrammingError) {
 
 #if NOX_HAVE_RAPIDCHECK
 
-enum OpKind { getOp, releaseOp, advanceOp, opKinds };
+enum AllocatorOp { allocGetOp, allocReleaseOp, allocAdvanceOp, allocatorOps };
 
 RC_GTEST_PROP(NumAllocatorProperty, BehavesAsAPlainModel, ()) {
   auto const moveCount = *rc::gen::element<std::uint64_t>(0, 1, 2, 3, 100);
   auto const expiry = *rc::gen::element(0.0, 0.5, 1.0, 10.0);
   auto const ops = *rc::gen::container<std::vector<std::pair<int, int>>>(
-      rc::gen::pair(rc::gen::inRange(0, static_cast<int>(opKinds)), rc::gen::inRange(0, 40)));
+      rc::gen::pair(rc::gen::inRange(0, static_cast<int>(allocatorOps)), rc::gen::inRange(0, 40)));
 
   Vel::Ptr<Vel::VirtualClock> clock = new Vel::VirtualClock;
   Vel::Ptr<Cog::NumAllocatorStatus> status = new Cog::NumAllocatorStatus;
@@ -96,7 +96,7 @@ RC_GTEST_PROP(NumAllocatorProperty, BehavesAsAPlainModel, ()) {
   for (std::int64_t n = 3; n <= 18; ++n) free.insert(n);
 
   for (auto const& [kind, value] : ops) {
-    if (kind == getOp) {
+    if (kind == allocGetOp) {
       for (std::uint64_t moved = 0; moved < moveCount && !quarantine.empty(); ++moved) {
         if (clock->now() - quarantine.front().second < expiry) break;
         free.insert(quarantine.front().first);
@@ -109,12 +109,12 @@ RC_GTEST_PROP(NumAllocatorProperty, BehavesAsAPlainModel, ()) {
         out.insert(expected);
       }
       RC_ASSERT(allocator.getNumber() == expected);
-    } else if (kind == releaseOp && !out.empty()) {
+    } else if (kind == allocReleaseOp && !out.empty()) {
       auto it = std::next(out.begin(), value % static_cast<int>(out.size()));
       allocator.releaseNumber(*it);
       quarantine.emplace_back(*it, clock->now());
       out.erase(it);
-    } else if (kind == advanceOp) {
+    } else if (kind == allocAdvanceOp) {
       clock->advanceBy(value * 0.25);
     }
     RC_ASSERT(status->outCount() == out.size());

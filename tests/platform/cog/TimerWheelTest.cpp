@@ -23,7 +23,7 @@ namespace {
 
 #if NOX_HAVE_RAPIDCHECK
 
-enum OpKind { delayOp, readyOp, cancelOp, advanceOp, opKinds };
+enum TimerOp { timerDelayOp, timerReadyOp, timerCancelOp, timerAdvanceOp, timerOps };
 
 // The model keeps every pending run in a sorted map under (delayed, due, scheduling order), so
 // its first entry is always the next run: ready runs first, then timers by due time and order.
@@ -39,7 +39,7 @@ RC_GTEST_PROP(TimerWheelProperty, FiresExactlyAsASortedModelDoes, ()) {
   });
   auto const ops =
       *rc::gen::scale(4.0, rc::gen::container<std::vector<std::tuple<int, int, double>>>(
-                               rc::gen::tuple(rc::gen::inRange(0, static_cast<int>(opKinds)),
+                               rc::gen::tuple(rc::gen::inRange(0, static_cast<int>(timerOps)),
                                               rc::gen::inRange(0, taskCount), genValue)));
 
   using Key = std::tuple<bool, double, std::uint64_t>;
@@ -73,13 +73,13 @@ RC_GTEST_PROP(TimerWheelProperty, FiresExactlyAsASortedModelDoes, ()) {
   }
 
   for (auto const& [kind, i, value] : ops) {
-    if (kind == delayOp) {
+    if (kind == timerDelayOp) {
       tasks[i]->scheduleTaskDelay(value);
       put(i, now + std::max(value, 0.0));
-    } else if (kind == readyOp) {
+    } else if (kind == timerReadyOp) {
       tasks[i]->scheduleTask();
       if (!keyOf.count(i) || std::get<0>(keyOf[i])) put(i, std::nullopt);
-    } else if (kind == cancelOp) {
+    } else if (kind == timerCancelOp) {
       tasks[i]->unscheduleTask();
       drop(i);
     } else {

@@ -28,7 +28,7 @@ namespace {
 
 using Nox::MplsFloodSetVia;
 
-struct Op {
+struct PathOp {
   int kind;  // 0 add dest, 1 del dest, 2 delvlan, 3 tunnel hw id, 4 hw agent on/off, 5 mac host
   int vlan;
   int mac;
@@ -37,12 +37,12 @@ struct Op {
   bool flag;
 };
 
-void showValue(Op const& op, std::ostream& os) {
+void showValue(PathOp const& op, std::ostream& os) {
   os << "{kind " << op.kind << " vlan " << op.vlan << " mac " << op.mac << " tunnel " << op.tunnel
      << " label " << op.label << (op.flag ? " on" : " off") << "}";
 }
 
-L2Rib::Dest mplsDest(Op const& op) {
+L2Rib::Dest mplsDest(PathOp const& op) {
   std::ostringstream text;
   text << "mpls/" << op.tunnel * 10 + op.label << "/Tunnel" << op.tunnel << "/" << 1000 + op.label;
   return *L2Rib::Dest::fromString(text.str());
@@ -63,7 +63,7 @@ class Path {
     sim_.settle();
   }
 
-  void apply(Op const& op) {
+  void apply(PathOp const& op) {
     Noxsim::World& w = sim_.world();
     auto const vlan = Bridging::VlanId(uint16_t(op.vlan));
     auto const mac = Gantry::EthAddr::fromValue(uint64_t(op.mac));
@@ -151,7 +151,7 @@ class Path {
 
  private:
   // A MAC-address FEC over the same tunnels, so both FEC machines allocate at once.
-  void macHost(Op const& op) {
+  void macHost(PathOp const& op) {
     Noxsim::World& w = sim_.world();
     L2Rib::DestId const destId(uint64_t(op.tunnel + 1));
     w.l2ribDests->destIs(
@@ -179,16 +179,16 @@ class Path {
   Nox::Verifier verifier_;
 };
 
-rc::Gen<Op> genOp() {
-  return rc::gen::construct<Op>(rc::gen::inRange(0, 6), rc::gen::inRange(1, 4),
-                                rc::gen::inRange(1, 3), rc::gen::inRange(0, 4),
-                                rc::gen::inRange(0, 3), rc::gen::arbitrary<bool>());
+rc::Gen<PathOp> genPathOp() {
+  return rc::gen::construct<PathOp>(rc::gen::inRange(0, 6), rc::gen::inRange(1, 4),
+                                    rc::gen::inRange(1, 3), rc::gen::inRange(0, 4),
+                                    rc::gen::inRange(0, 3), rc::gen::arbitrary<bool>());
 }
 
 RC_GTEST_PROP(FloodSetFecPath, FecsHardwareInformationAndConfigurationsStayConsistent, ()) {
-  auto const ops = *rc::gen::container<std::vector<Op>>(genOp());
+  auto const ops = *rc::gen::container<std::vector<PathOp>>(genPathOp());
   Path path;
-  for (Op const& op : ops) {
+  for (PathOp const& op : ops) {
     path.apply(op);
     path.check();
     path.verify();

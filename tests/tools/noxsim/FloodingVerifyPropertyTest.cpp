@@ -20,7 +20,7 @@
 
 namespace {
 
-struct Op {
+struct FloodingOp {
   int kind;
   int a;
   int b;
@@ -28,7 +28,7 @@ struct Op {
   bool flag;
 };
 
-void showValue(Op const& op, std::ostream& os) {
+void showValue(FloodingOp const& op, std::ostream& os) {
   os << "{kind " << op.kind << " a " << op.a << " b " << op.b << " c " << op.c
      << (op.flag ? " on" : " off") << "}";
 }
@@ -39,7 +39,7 @@ std::string tep(int n) { return "Tunnel" + std::to_string(n); }
 std::string vlan(int n) { return std::to_string(10 * n); }
 
 // One noxsim command of the op. The names are few, so that commands meet each other's state.
-std::string command(Op const& op) {
+std::string command(FloodingOp const& op) {
   static char const* const floodingRc[] = {"programmed", "notProgrammed", "invalidHwId"};
   static int const decapRc[] = {0, 2, 3, 7};
   switch (op.kind) {
@@ -88,13 +88,13 @@ std::string command(Op const& op) {
 constexpr int machineOp = 12;
 char const* const machines[] = {"esi", "dot1q", "decap"};
 
-rc::Gen<Op> genOp() {
+rc::Gen<FloodingOp> genFloodingOp() {
   // At full size every kind and name is as likely as another; a small size would keep to the
   // first few.
   return rc::gen::resize(
-      100, rc::gen::construct<Op>(rc::gen::inRange(0, machineOp + 1), rc::gen::inRange(1, 3),
-                                  rc::gen::inRange(1, 4), rc::gen::inRange(1, 4),
-                                  rc::gen::arbitrary<bool>()));
+      100, rc::gen::construct<FloodingOp>(rc::gen::inRange(0, machineOp + 1),
+                                          rc::gen::inRange(1, 3), rc::gen::inRange(1, 4),
+                                          rc::gen::inRange(1, 4), rc::gen::arbitrary<bool>()));
 }
 
 class Agent {
@@ -111,7 +111,7 @@ class Agent {
 
   // A machine op stops a running machine or restarts it, and starts a stopped one; the others
   // are plain commands.
-  void apply(Op const& op) {
+  void apply(FloodingOp const& op) {
     if (op.kind != machineOp) {
       RC_LOG() << command(op) << "\n";
       run(command(op) + "\n");
@@ -148,9 +148,9 @@ class Agent {
 };
 
 RC_GTEST_PROP(FloodingVerify, EsiDot1qAndDecapAgreeWithAFreshBuildAfterEveryCommand, ()) {
-  auto const ops = *rc::gen::container<std::vector<Op>>(genOp());
+  auto const ops = *rc::gen::container<std::vector<FloodingOp>>(genFloodingOp());
   Agent agent;
-  for (Op const& op : ops) {
+  for (FloodingOp const& op : ops) {
     agent.apply(op);
     agent.verify();
   }
