@@ -1,12 +1,14 @@
 // The whole MPLS flooding path cold-started over a full layer-2 RIB: 4094 VLANs x 16 MACs x
 // 8 MPLS destinations over 2000 vias, then filter, flood-set FEC and flood-set machines started
 // in one simulated agent with the emulated FEC programmer and hardware agent on, until every
-// destination is configured and reported programmed. The time is per destination.
+// destination is configured and reported programmed. The time is per destination. Then single
+// events through the same path, timed one by one.
 
 #include <benchmark/benchmark.h>
 
 #include <sstream>
 
+#include "bench/common/Latency.h"
 #include "tools/noxsim/FecProgrammer.h"
 #include "tools/noxsim/HwAgent.h"
 #include "tools/noxsim/Machines.h"
@@ -48,26 +50,39 @@ std::size_t floodSetProgrammer() {
   return std::size_t(Noxsim::fecProgrammerWiring("floodset") - table.data());
 }
 
-void BM_MplsFloodPathColdStart(benchmark::State& state) {
+std::vector<int> pathMachines() {
   std::vector<int> machines;
   for (auto name : {"filter", "floodset-fec", "floodset"}) {
     machines.push_back(Noxsim::machineIndex(name));
   }
+  return machines;
+}
+
+// A simulated agent over the full layer-2 RIB with both emulated agents answering, not started.
+std::unique_ptr<Noxsim::Sim> filledSim(std::ostream& out, std::ostream& err) {
+  auto sim = std::make_unique<Noxsim::Sim>(out, err, true);
+  fill(sim->world());
+  sim->hwAgent().autoOnIs(true);
+  sim->fecProgrammer(floodSetProgrammer()).autoOnIs(true);
+  return sim;
+}
+
+bool settledWhole(Noxsim::Sim& sim) {
+  return !sim.failed() && sim.world().hwStatus->statuss() == std::size_t(vlans) * macsPerVlan;
+}
+
+void BM_MplsFloodPathColdStart(benchmark::State& state) {
+  std::vector<int> const machines = pathMachines();
   for (auto _ : state) {
     state.PauseTiming();
     std::ostringstream out;
     std::ostringstream err;
-    auto sim = std::make_unique<Noxsim::Sim>(out, err, true);
-    fill(sim->world());
-    sim->hwAgent().autoOnIs(true);
-    sim->fecProgrammer(floodSetProgrammer()).autoOnIs(true);
+    auto sim = filledSim(out, err);
     state.ResumeTiming();
     sim->start(machines);
     sim->settle();
     state.PauseTiming();
-    if (sim->failed() || sim->world().hwStatus->statuss() != std::size_t(vlans) * macsPerVlan) {
-      state.SkipWithError("the path did not settle");
-    }
+    if (!settledWhole(*sim)) state.SkipWithError("the path did not settle");
     sim.reset();
     state.ResumeTiming();
   }
@@ -76,7 +91,48 @@ void BM_MplsFloodPathColdStart(benchmark::State& state) {
                          benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 
+// After the cold start: a destination over a via of its own joins a flood set (each event
+// another VLAN's), and is carried through the whole path (a FEC requested and answered, the
+// configuration published and reported programmed) before the next; then each leaves again,
+// its FEC released once the hardware shows it unprogrammed.
+void BM_MplsFloodPathEventLatency(benchmark::State& state) {
+  std::ostringstream out;
+  std::ostringstream err;
+  auto sim = filledSim(out, err);
+  sim->start(pathMachines());
+  sim->settle();
+  if (!settledWhole(*sim)) state.SkipWithError("the path did not settle");
+  auto& floodSets = *sim->world().l2ribFloodSets;
+  auto floodSetOf = [&floodSets](int e) {
+    return floodSets.vlanFloodSet(Bridging::VlanId(uint16_t(1 + e % vlans)))
+        ->floodSet(Gantry::EthAddr::fromValue(0x10000));
+  };
+  constexpr int events = 2000;
+  auto newDest = [](int e) {
+    return L2Rib::Dest::mpls(
+        L2Rib::DestId(uint64_t(dests) + uint64_t(e) + 1),
+        Gantry::IntfId(Gantry::IntfId::Kind::tunnel, 1 + uint32_t(e) % tunnels),
+        Gantry::MplsLabel(uint32_t(100000 + e)));
+  };
+  Bench::Latency latency;
+  for (auto _ : state) {
+    for (int e = 0; e < events; ++e) {
+      auto const timing = latency.time();
+      floodSetOf(e)->destSetIs(newDest(e), true);
+      sim->settle();
+    }
+    for (int e = 0; e < events; ++e) {
+      auto const timing = latency.time();
+      floodSetOf(e)->destSetDel(newDest(e));
+      sim->settle();
+    }
+  }
+  if (sim->failed()) state.SkipWithError("the path failed");
+  latency.report(state);
+}
+
 }  // namespace
 
 BENCHMARK(BM_MplsFloodPathColdStart)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_MplsFloodPathEventLatency)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK_MAIN();

@@ -36,12 +36,11 @@
 // With NOX_CHECKED_COLLECTIONS=1 every pointer and iterator checks this on use (MemberPtr.h).
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <iterator>
 #include <limits>
-#include <new>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -68,31 +67,34 @@ struct IndexHasher {
   }
 };
 
-// The members' storage: a vector of fixed-size chunks, so that growing never copies what is
-// there (a doubling vector would copy every member, in one insertion, each time it fills). The
-// first chunk grows like a vector up to the chunk size, so small maps stay small.
+// The members' storage: a vector of chunks that never move, so that growing never copies what
+// is there (a doubling vector copies every member, in one insertion, each time it fills, and
+// on a virtual machine faulting in the fresh copy costs more than the copy). Chunks double from
+// 16 members up to 8,192, and are all of 8,192 after that, so small maps stay small.
 template <class T>
 class ChunkedVector {
  public:
+  static constexpr std::size_t firstBits = 4;
+  static constexpr std::size_t firstSize = std::size_t(1) << firstBits;
   static constexpr std::size_t chunkBits = 13;
   static constexpr std::size_t chunkSize = std::size_t(1) << chunkBits;
+  // Chunk j (from 0) of the doubling ones holds the positions i with i + 16 in [16 << j,
+  // 32 << j); the ten of them hold 16 + 32 + ... + 8,192 positions.
+  static constexpr std::size_t doublingChunks = chunkBits - firstBits + 1;
+  static constexpr std::size_t doublingHold = (std::size_t(2) << chunkBits) - firstSize;
 
   std::size_t size() const { return size_; }
-  std::size_t capacity() const {
-    return chunks_.empty() ? 0 : chunks_.front().capacity() + (chunks_.size() - 1) * chunkSize;
-  }
-  T& operator[](std::size_t i) { return chunks_[i >> chunkBits][i & (chunkSize - 1)]; }
-  T const& operator[](std::size_t i) const { return chunks_[i >> chunkBits][i & (chunkSize - 1)]; }
+  std::size_t capacity() const { return held(chunks_.size()); }
+  T& operator[](std::size_t i) { return chunks_[chunkOf(i)][offsetIn(i)]; }
+  T const& operator[](std::size_t i) const { return chunks_[chunkOf(i)][offsetIn(i)]; }
   T& back() { return (*this)[size_ - 1]; }
 
   void push_back(T&& value) {
-    if (chunks_.empty() || chunks_.back().size() == chunkSize) {
+    if (size_ == capacity()) {
       chunks_.emplace_back();
-      if (chunks_.size() > 1) chunks_.back().reserve(chunkSize);
+      chunks_.back().reserve(held(chunks_.size()) - held(chunks_.size() - 1));
     }
-    std::vector<T>& last = chunks_.back();
-    if (last.size() == last.capacity()) last.reserve(std::min(chunkSize, 2 * last.size() + 4));
-    last.push_back(std::move(value));
+    chunks_.back().push_back(std::move(value));
     ++size_;
   }
   // Drops the members from position n on, and the chunks left empty.
@@ -102,12 +104,8 @@ class ChunkedVector {
       std::size_t const drop = std::min(last.size(), size_ - n);
       last.erase(last.end() - std::ptrdiff_t(drop), last.end());
       size_ -= drop;
-      if (last.empty() && chunks_.size() > 1) chunks_.pop_back();
+      if (last.empty()) chunks_.pop_back();
     }
-  }
-  // Gives back what the chunks hold beyond the members, once few are left.
-  void shrink() {
-    if (chunks_.size() == 1) chunks_.front().shrink_to_fit();
   }
   void clear() { truncate(0); }
   void release() {
@@ -116,38 +114,69 @@ class ChunkedVector {
   }
 
  private:
+  // Positions held by the first `chunks` chunks.
+  static std::size_t held(std::size_t chunks) {
+    if (chunks <= doublingChunks) return (firstSize << chunks) - firstSize;
+    return doublingHold + (chunks - doublingChunks) * chunkSize;
+  }
+  static std::size_t chunkOf(std::size_t i) {
+    if (i < doublingHold) return std::size_t(std::bit_width(i + firstSize)) - firstBits - 1;
+    return doublingChunks + ((i - doublingHold) >> chunkBits);
+  }
+  static std::size_t offsetIn(std::size_t i) {
+    if (i < doublingHold) return i + firstSize - std::bit_floor(i + firstSize);
+    return (i - doublingHold) & (chunkSize - 1);
+  }
+
   std::vector<std::vector<T>> chunks_;
   std::size_t size_ = 0;
 };
 
-// An index's slots, zero when free. Taken zeroed from calloc, so a large index comes straight
-// from fresh pages that the kernel zeroes as they are first touched: allocating one does not
-// write it whole in one insertion.
+// An index's slots, zero when free. A small index is one zeroed allocation. A large one is a
+// mapping of its own, so that neither taking it nor giving it back costs any one insertion the
+// whole table: its pages are faulted in a few at a time before the map starts using it
+// (prepareSome), and returned a few at a time once the map has done with it (releaseSome).
+// On a virtual machine the first touch of a page can cost more than an insertion.
 class IndexTable {
  public:
   IndexTable() = default;
-  explicit IndexTable(std::size_t size)
-      : slots_(static_cast<uint64_t*>(std::calloc(size, sizeof(uint64_t)))), size_(size) {
-    if (!slots_) throw std::bad_alloc();
-  }
-  IndexTable(IndexTable&& other) noexcept
-      : slots_(std::exchange(other.slots_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+  explicit IndexTable(std::size_t size);
+  IndexTable(IndexTable&& other) noexcept { take(other); }
   IndexTable& operator=(IndexTable&& other) noexcept {
-    std::swap(slots_, other.slots_);
-    std::swap(size_, other.size_);
+    if (this != &other) {
+      reset();
+      take(other);
+    }
     return *this;
   }
-  ~IndexTable() { std::free(slots_); }
+  IndexTable(IndexTable const&) = delete;
+  IndexTable& operator=(IndexTable const&) = delete;
+  ~IndexTable() { reset(); }
 
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
   uint64_t& operator[](std::size_t i) { return slots_[i]; }
   uint64_t operator[](std::size_t i) const { return slots_[i]; }
-  void clear() { std::fill(slots_, slots_ + size_, uint64_t(0)); }
+  void clear();
+
+  // Faulting in: a table is ready to use once every page has been touched.
+  bool prepared() const { return touched_ >= mapped_; }
+  void prepareSome(std::size_t pages);
+  void prepareAll() { prepareSome(mapped_); }
+  // Giving back a table no longer used, from its end; it is empty once all is given back.
+  void releaseSome(std::size_t pages);
+  bool releasing() const { return mapped_ > 0 && size_ == 0; }
+  // Stops using the table: its slots are no longer read, and its memory goes by releaseSome.
+  void retire() { size_ = 0; }
 
  private:
+  void take(IndexTable& other) noexcept;
+  void reset() noexcept;
+
   uint64_t* slots_ = nullptr;
-  std::size_t size_ = 0;
+  std::size_t size_ = 0;     // slots in use, 0 once retired
+  std::size_t mapped_ = 0;   // bytes of a mapped table still mapped, 0 for an allocated one
+  std::size_t touched_ = 0;  // bytes of a mapped table faulted in
 };
 
 template <class K, class V, class H = IndexHasher>
@@ -248,6 +277,7 @@ class OrderedMap {
     reshaped();
     reclaimAll();
     migrateAll();
+    nextIndex_ = IndexTable();
     if (n * 4 >= index_.size() * 3) rebuildIndex(n);
   }
   // Member slots allocated, live or not: what the map holds in memory, in members.
@@ -266,6 +296,7 @@ class OrderedMap {
     reshaped();
     reclaimSome();
     migrateSome();
+    tendIndexes();
     if ((live_ + 1) * 4 > index_.size() * 3) growIndex();
     uint32_t const n = static_cast<uint32_t>(members_.size());
     members_.push_back(Member{k, V(std::forward<Args>(args)...), h, generation_, true});
@@ -333,6 +364,8 @@ class OrderedMap {
       index_.clear();
     }
     oldIndex_ = IndexTable();
+    nextIndex_ = IndexTable();
+    retired_ = IndexTable();
     oldLeft_ = 0;
     live_ = head_ = 0;
     reclaiming_ = false;
@@ -424,21 +457,53 @@ class OrderedMap {
   // reclamation renumbers move with it, so every member behind the walk is in the new index.
   // The walk covers at most about twice as many members as the old index had room for, eight an
   // insertion, and so ends long before the new index is three quarters full.
+  //
+  // The new index is made ready beforehand: from five eighths full, each insertion faults in a
+  // page of it (512 slots), so that it is ready by three quarters. A map shrunk far below its
+  // index prepares a smaller one the same way and migrates to it when it is ready. The old
+  // index, once empty, is given back a page an insertion (returning a page costs about as much
+  // as faulting one in).
   static constexpr std::size_t migrateLooks = 8;
   static constexpr std::size_t migrateAbove = 1024;  // smaller indexes are rebuilt at once
+  static constexpr std::size_t preparePages = 1;
+  static constexpr std::size_t releasePages = 1;
+  void tendIndexes() {
+    if (retired_.releasing()) retired_.releaseSome(releasePages);
+    if (oldLeft_ > 0) return;
+    if (nextIndex_.empty() && index_.size() >= migrateAbove &&
+        (live_ + 1) * 8 > index_.size() * 5) {
+      nextIndex_ = IndexTable(2 * index_.size());
+    }
+    if (nextIndex_.empty()) return;
+    nextIndex_.prepareSome(preparePages);
+    bool const shrinking = nextIndex_.size() < index_.size();
+    if (shrinking && nextIndex_.prepared()) {
+      // Unless the map grew back meanwhile.
+      if ((live_ + 1) * 4 <= nextIndex_.size() * 3) {
+        startMigration();
+      } else {
+        nextIndex_ = IndexTable();
+      }
+    }
+  }
   void growIndex() {
     migrateAll();
     if (index_.size() < migrateAbove) {
+      nextIndex_ = IndexTable();
       rebuildIndex(live_ + 1);
-    } else {
-      startMigration(2 * index_.size());
+      return;
     }
+    if (nextIndex_.size() != 2 * index_.size()) nextIndex_ = IndexTable(2 * index_.size());
+    nextIndex_.prepareAll();
+    startMigration();
   }
-  void startMigration(std::size_t size) {
-    oldIndex_ = std::exchange(index_, IndexTable(size));
+  void startMigration() {
+    oldIndex_ = std::move(index_);
+    index_ = std::move(nextIndex_);
     ++generation_;
     oldLeft_ = live_;
     migrateFrom_ = 0;
+    if (oldLeft_ == 0) retireOld();
   }
   void migrateSome() { migrateSteps(migrateLooks); }
   void migrateAll() { migrateSteps(std::numeric_limits<std::size_t>::max()); }
@@ -457,7 +522,11 @@ class OrderedMap {
   }
   // A member has left the old index; the last one ends the migration.
   void leftOld() {
-    if (--oldLeft_ == 0) oldIndex_ = IndexTable();
+    if (--oldLeft_ == 0) retireOld();
+  }
+  void retireOld() {
+    retired_ = std::move(oldIndex_);
+    retired_.retire();
   }
 
   // Reclamation of dead member slots. It starts once dead slots outnumber half the live members,
@@ -513,22 +582,19 @@ class OrderedMap {
     members_.truncate(reclaimTo_);
     giveBackMemory();
   }
-  // After a reclamation: the chunks past the live members are gone already; a map holding a
-  // quarter of its first chunk or less gives the rest of it back (the copy costs its live
-  // members, paid for by the removals that emptied it), and an index sixteen times too large
-  // migrates to one of its size.
+  // After a reclamation the chunks past the live members are gone already; an index sixteen
+  // times too large migrates to one of its size.
   void giveBackMemory() {
-    if (members_.capacity() > keptEmpty && members_.size() * 4 <= members_.capacity()) {
-      members_.shrink();
-    }
     if (oldLeft_ == 0 && index_.size() > 2 * keptEmpty && live_ * 16 <= index_.size()) {
-      startMigration(indexSizeFor(live_));
+      nextIndex_ = IndexTable(indexSizeFor(live_));
     }
   }
 
   ChunkedVector<Member> members_;
   IndexTable index_;             // while migrating, the new index
   IndexTable oldIndex_;          // while migrating, the index being emptied
+  IndexTable nextIndex_;         // the index being made ready for the next migration
+  IndexTable retired_;           // an emptied index being given back
   std::size_t oldLeft_ = 0;      // live members the old index still names
   std::size_t migrateFrom_ = 0;  // the next member the migration looks at
   uint8_t generation_ = 0;       // of index_ (members carry the generation of theirs)

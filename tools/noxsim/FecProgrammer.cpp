@@ -2,6 +2,8 @@
 
 #include "tools/noxsim/FecProgrammer.h"
 
+#include <set>
+
 #include "tools/noxsim/Text.h"
 
 namespace Noxsim {
@@ -44,22 +46,75 @@ void fecResponseDel(Nox::FecIdToHwFecIdResponse& response, Nox::FecId fecId) {
   response.hwFecIdDel(fecId);
 }
 
+class FecProgrammer::RequestWatch : public Nox::FecIdToHwFecIdRequest::NotifieeConst {
+ public:
+  RequestWatch(Vel::Ptr<Nox::FecIdToHwFecIdRequest const> const& r, FecProgrammer* programmer)
+      : NotifieeConst(r), programmer_(programmer) {}
+  void onHwFecIdRequest(Nox::FecId const& fecId) override { programmer_->changed(fecId); }
+  void onHwFecIdRequest() override { programmer_->changedAll(); }
+  VEL_DESCRIBE("Noxsim::FecProgrammer::RequestWatch", "hwFecIdRequest")
+
+ private:
+  FecProgrammer* programmer_;
+};
+
+class FecProgrammer::ResponseWatch : public Nox::FecIdToHwFecIdResponse::NotifieeConst {
+ public:
+  ResponseWatch(Vel::Ptr<Nox::FecIdToHwFecIdResponse const> const& r, FecProgrammer* programmer)
+      : NotifieeConst(r), programmer_(programmer) {}
+  void onHwFecId(Nox::FecId const& fecId) override { programmer_->changed(fecId); }
+  void onHwFecId() override { programmer_->changedAll(); }
+  VEL_DESCRIBE("Noxsim::FecProgrammer::ResponseWatch", "hwFecId")
+
+ private:
+  FecProgrammer* programmer_;
+};
+
 FecProgrammer::FecProgrammer(World& world, FecProgrammerWiring const& wiring)
-    : world_(world), wiring_(wiring) {}
+    : world_(world),
+      wiring_(wiring),
+      requestWatch_(new RequestWatch(&wiring.request(world), this)),
+      responseWatch_(new ResponseWatch(&wiring.response(world), this)) {}
+
+FecProgrammer::~FecProgrammer() = default;
+
+void FecProgrammer::autoOnIs(bool on) {
+  // Switched on, it catches up with whatever was written while it was off.
+  if (on && !autoOn_) changedAll();
+  autoOn_ = on;
+}
 
 bool FecProgrammer::react() {
   if (!autoOn_) return false;
-  bool const answered = answerRequests();
-  bool const withdrawn = withdrawUnrequested();
+  std::vector<Nox::FecId> const fecIds = takeChanged();
+  bool const answered = answerRequests(fecIds);
+  bool const withdrawn = withdrawUnrequested(fecIds);
   return answered || withdrawn;
 }
 
-bool FecProgrammer::answerRequests() {
+std::vector<Nox::FecId> FecProgrammer::takeChanged() {
+  std::vector<Nox::FecId> fecIds;
+  if (everything_) {
+    std::set<Nox::FecId> all;
+    for (auto const& entry : wiring_.request(world_).hwFecIdRequestColl()) all.insert(entry.key);
+    for (auto const& entry : wiring_.response(world_).hwFecIdColl()) all.insert(entry.key);
+    fecIds.assign(all.begin(), all.end());
+  } else {
+    fecIds.assign(changed_.begin(), changed_.end());
+  }
+  everything_ = false;
+  changed_.clear();
+  return fecIds;
+}
+
+bool FecProgrammer::answerRequests(std::vector<Nox::FecId> const& fecIds) {
   auto& request = wiring_.request(world_);
   auto& response = wiring_.response(world_);
   std::vector<Nox::FecId> unanswered;
-  for (auto const& entry : request.hwFecIdRequestColl()) {
-    if (!response.hwFecIdIsMemberOf(entry.key)) unanswered.push_back(entry.key);
+  for (Nox::FecId const& fecId : fecIds) {
+    if (request.hwFecIdRequestIsMemberOf(fecId) && !response.hwFecIdIsMemberOf(fecId)) {
+      unanswered.push_back(fecId);
+    }
   }
   for (Nox::FecId const& fecId : unanswered) {
     Gantry::IntfId const l2Intf = wiring_.answersL2Intf
@@ -70,12 +125,14 @@ bool FecProgrammer::answerRequests() {
   return !unanswered.empty();
 }
 
-bool FecProgrammer::withdrawUnrequested() {
+bool FecProgrammer::withdrawUnrequested(std::vector<Nox::FecId> const& fecIds) {
   auto& request = wiring_.request(world_);
   auto& response = wiring_.response(world_);
   std::vector<Nox::FecId> unrequested;
-  for (auto const& entry : response.hwFecIdColl()) {
-    if (!request.hwFecIdRequestIsMemberOf(entry.key)) unrequested.push_back(entry.key);
+  for (Nox::FecId const& fecId : fecIds) {
+    if (response.hwFecIdIsMemberOf(fecId) && !request.hwFecIdRequestIsMemberOf(fecId)) {
+      unrequested.push_back(fecId);
+    }
   }
   for (Nox::FecId const& fecId : unrequested) fecResponseDel(response, fecId);
   return !unrequested.empty();

@@ -9,6 +9,8 @@
 // hardware FEC id finds the whole response; it is removed in the same order.
 
 #include <functional>
+#include <memory>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -36,22 +38,37 @@ void fecResponseIs(Nox::FecIdToHwFecIdResponse& response, Nox::FecId fecId, uint
 // Removes one response in the same order; nothing when absent.
 void fecResponseDel(Nox::FecIdToHwFecIdResponse& response, Nox::FecId fecId);
 
+// It looks only at the FEC ids whose request or response changed since it last reacted (both
+// tables are watched), so that one request costs it one answer, not a pass over every FEC; it
+// looks at them all when it is switched on, or when either table is cleared.
 class FecProgrammer : public OutsideAgent {
  public:
   FecProgrammer(World& world, FecProgrammerWiring const& wiring);
+  ~FecProgrammer() override;
   std::string_view name() const override { return wiring_.which; }
   bool react() override;
 
   bool autoOn() const { return autoOn_; }
-  void autoOnIs(bool on) { autoOn_ = on; }
+  void autoOnIs(bool on);
 
  private:
-  bool answerRequests();
-  bool withdrawUnrequested();
+  class RequestWatch;
+  class ResponseWatch;
+
+  void changed(Nox::FecId fecId) { changed_.insert(fecId); }
+  void changedAll() { everything_ = true; }
+  // The FEC ids to look at, in ascending order, and forgets them.
+  std::vector<Nox::FecId> takeChanged();
+  bool answerRequests(std::vector<Nox::FecId> const& fecIds);
+  bool withdrawUnrequested(std::vector<Nox::FecId> const& fecIds);
 
   World& world_;
   FecProgrammerWiring const& wiring_;
   bool autoOn_ = false;
+  std::unique_ptr<RequestWatch> requestWatch_;
+  std::unique_ptr<ResponseWatch> responseWatch_;
+  std::set<Nox::FecId> changed_;
+  bool everything_ = true;
 };
 
 }  // namespace Noxsim

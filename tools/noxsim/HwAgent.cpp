@@ -125,7 +125,9 @@ std::vector<Pair> HwAgent::takeInOrder(PairSet& changed, PairOrder<PairWatch> co
     auto const it = order.number.find(pair);
     if (it != order.number.end()) numbered.emplace_back(it->second, pair);
   }
-  changed.clear();
+  // Not clear(): that wipes every bucket, and a set once grown to every pair of a cold start
+  // would cost each later step a pass over all of them.
+  PairSet().swap(changed);
   std::sort(numbered.begin(), numbered.end(),
             [](auto const& a, auto const& b) { return a.first < b.first; });
   std::vector<Pair> pairs;
