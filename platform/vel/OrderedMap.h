@@ -97,14 +97,15 @@ class ChunkedVector {
     chunks_.back().push_back(std::move(value));
     ++size_;
   }
-  // Drops the members from position n on, and the chunks left empty.
+  // Drops the members from position n on, and the chunks left empty but the first (a set that
+  // empties and fills again, as flood sets do, keeps its one small chunk).
   void truncate(std::size_t n) {
     while (size_ > n) {
       std::vector<T>& last = chunks_.back();
       std::size_t const drop = std::min(last.size(), size_ - n);
       last.erase(last.end() - std::ptrdiff_t(drop), last.end());
       size_ -= drop;
-      if (last.empty()) chunks_.pop_back();
+      if (last.empty() && chunks_.size() > 1) chunks_.pop_back();
     }
   }
   void clear() { truncate(0); }
