@@ -5,6 +5,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <sys/resource.h>
+
 #include <cstdint>
 #include <random>
 #include <unordered_map>
@@ -36,6 +38,19 @@ class Counter : public Table::NotifieeConst {
   uint64_t calls = 0;
 };
 
+// Page faults of the whole run over the items inserted: fresh memory's first touch costs more
+// than an insertion on a virtual machine, so how many pages a map touches matters as much as
+// its probing.
+long pageFaults() {
+  rusage usage{};
+  ::getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_minflt + usage.ru_majflt;
+}
+void reportFaults(benchmark::State& state, long since, std::size_t items) {
+  state.counters["faults_per_1k"] =
+      double(pageFaults() - since) * 1000 / double(state.iterations() * items);
+}
+
 std::vector<uint64_t> shuffledKeys(std::size_t n) {
   std::vector<uint64_t> keys(n);
   std::mt19937_64 rng(42);
@@ -45,6 +60,7 @@ std::vector<uint64_t> shuffledKeys(std::size_t n) {
 
 void BM_VelInsertWithNotify(benchmark::State& state) {
   auto keys = shuffledKeys(state.range(0));
+  long const faults = pageFaults();
   for (auto _ : state) {
     state.PauseTiming();
     Vel::Ptr<Table> t(new Table);
@@ -57,6 +73,7 @@ void BM_VelInsertWithNotify(benchmark::State& state) {
     state.ResumeTiming();
   }
   state.SetItemsProcessed(state.iterations() * keys.size());
+  reportFaults(state, faults, keys.size());
 }
 
 void BM_VelLookup(benchmark::State& state) {
@@ -106,6 +123,7 @@ using AbslMap = absl::flat_hash_map<uint64_t, uint64_t>;
 template <class Map>
 void BM_PeerInsert(benchmark::State& state) {
   auto keys = shuffledKeys(state.range(0));
+  long const faults = pageFaults();
   for (auto _ : state) {
     Map m;
     for (uint64_t k : keys) m.insert_or_assign(k, k);
@@ -115,6 +133,7 @@ void BM_PeerInsert(benchmark::State& state) {
     state.ResumeTiming();
   }
   state.SetItemsProcessed(state.iterations() * keys.size());
+  reportFaults(state, faults, keys.size());
 }
 
 template <class Map>

@@ -16,9 +16,10 @@
 // follow, which slide live members down in order while new ones go to the end, so a map under
 // steady churn keeps its storage and never copies it whole. Growth does not copy either: members
 // live in chunks that never move as they grow, and an index that fills up is replaced by one of
-// twice the size into which the following insertions move the entries a few at a time, lookups
-// reading both meanwhile. A map that has shrunk far below its capacity gives the memory back
-// when its reclamation ends (its index moving to a smaller one the same way) or when it empties.
+// twice the size into which the following insertions copy the old one's slots a few at a time,
+// lookups reading both meanwhile. A map that has shrunk far below its capacity gives the memory
+// back when its reclamation ends (its index moving to a smaller one the same way) or when it
+// empties.
 //
 // What stays valid across a change:
 //
@@ -182,8 +183,11 @@ class IndexTable {
 
 template <class K, class V, class H = IndexHasher>
 class OrderedMap {
-  // Index entries: hash << 32 | (member number + 1), so that a free slot is zero.
+  // Index entries: hash << 32 | (member number + 1), so that a free slot is zero. A removal from
+  // an index being migrated leaves a tombstone, which names no member (see migrateSome).
   static constexpr uint64_t emptyEntry = 0;
+  static constexpr uint64_t tombstone = uint64_t(1) << 32;
+  static bool namesMember(uint64_t entry) { return static_cast<uint32_t>(entry) != 0; }
   static constexpr uint32_t notFound = std::numeric_limits<uint32_t>::max();
   static uint64_t entryOf(uint32_t hash, uint32_t n) { return (uint64_t(hash) << 32) | (n + 1); }
   static uint32_t memberOf(uint64_t entry) { return static_cast<uint32_t>(entry) - 1; }
@@ -192,7 +196,6 @@ class OrderedMap {
     K key;
     V value;
     uint32_t hash;
-    uint8_t generation;  // of the index naming it (see migrateSome)
     bool live;
   };
   // Where a key is indexed: the slot, and whether in the index being emptied by a migration.
@@ -300,7 +303,7 @@ class OrderedMap {
     tendIndexes();
     if ((live_ + 1) * 4 > index_.size() * 3) growIndex();
     uint32_t const n = static_cast<uint32_t>(members_.size());
-    members_.push_back(Member{k, V(std::forward<Args>(args)...), h, generation_, true});
+    members_.push_back(Member{k, V(std::forward<Args>(args)...), h, true});
     index_[freeSlotFor(index_, h)] = entryOf(h, n);
     ++live_;
     return {pointerTo(&members_.back().value), true};
@@ -311,8 +314,11 @@ class OrderedMap {
     if (!slot) return false;
     changed();
     Member& m = members_[memberAt(slot)];
-    unindex(slot.old ? oldIndex_ : index_, slot.at);
-    if (slot.old) leftOld();
+    if (slot.old) {
+      oldIndex_[slot.at] = tombstone;
+    } else {
+      unindex(index_, slot.at);
+    }
     m.live = false;
     // Release what the value holds now (a reference, a reactor), not at the next rebuild.
     m.value = V();
@@ -367,7 +373,7 @@ class OrderedMap {
     oldIndex_ = IndexTable();
     nextIndex_ = IndexTable();
     retired_ = IndexTable();
-    oldLeft_ = 0;
+    migrateSlot_ = 0;
     live_ = head_ = 0;
     reclaiming_ = false;
   }
@@ -387,8 +393,8 @@ class OrderedMap {
   // Where k is indexed, if it is.
   Slot lookup(K const& k, uint32_t h) const {
     uint32_t const at = probe(index_, k, h);
-    if (at != notFound || oldLeft_ == 0) return {at, false};
-    return {probe(oldIndex_, k, h), true};
+    if (at != notFound || oldIndex_.empty()) return {at, false};
+    return {probeOld(k, h), true};
   }
   // The slot of `table` holding k, or notFound.
   uint32_t probe(IndexTable const& table, K const& k, uint32_t h) const {
@@ -398,6 +404,19 @@ class OrderedMap {
       uint64_t const e = table[i];
       if (e == emptyEntry) return notFound;
       if (uint32_t(e >> 32) == h && members_[memberOf(e)].key == k) {
+        return static_cast<uint32_t>(i);
+      }
+    }
+  }
+  // The slot of the index being migrated holding k, or notFound. Slots behind the migration's
+  // walk are copied already: what they name is in the new index, or gone.
+  uint32_t probeOld(K const& k, uint32_t h) const {
+    std::size_t const mask = oldIndex_.size() - 1;
+    for (std::size_t i = h & mask;; i = (i + 1) & mask) {
+      uint64_t const e = oldIndex_[i];
+      if (e == emptyEntry) return notFound;
+      if (i >= migrateSlot_ && uint32_t(e >> 32) == h && namesMember(e) &&
+          members_[memberOf(e)].key == k) {
         return static_cast<uint32_t>(i);
       }
     }
@@ -423,13 +442,23 @@ class OrderedMap {
       hole = j;
     }
   }
-  // The slot of `table` naming member number n, whose hash is h.
-  static std::size_t slotOfMember(IndexTable const& table, uint32_t h, uint32_t n) {
+  // The slot of `table` naming member number n, whose hash is h, at or past slot `from`; or
+  // notFound.
+  static uint32_t slotOfMember(IndexTable const& table, uint32_t h, uint32_t n,
+                               std::size_t from = 0) {
     std::size_t const mask = table.size() - 1;
     uint64_t const entry = entryOf(h, n);
-    std::size_t i = h & mask;
-    while (table[i] != entry) i = (i + 1) & mask;
-    return i;
+    for (std::size_t i = h & mask; table[i] != emptyEntry; i = (i + 1) & mask) {
+      if (table[i] == entry && i >= from) return static_cast<uint32_t>(i);
+    }
+    return notFound;
+  }
+  // The index entry naming live member number n: in the new index, or else in the part of the
+  // one being migrated that the walk has not reached.
+  uint64_t& entryNaming(uint32_t h, uint32_t n) {
+    uint32_t const at = slotOfMember(index_, h, n);
+    if (at != notFound) return index_[at];
+    return oldIndex_[slotOfMember(oldIndex_, h, n, migrateSlot_)];
   }
   static std::size_t indexSizeFor(std::size_t members) {
     std::size_t size = 8;
@@ -452,25 +481,28 @@ class OrderedMap {
   }
 
   // Index migration. A full index is not rebuilt in one insertion: a new index twice the size
-  // takes the following insertions, and each insertion also moves the entries of a few members
-  // from the old one, walking the members in order. A member's generation says which index
-  // names it; the migration ends when no live member is left in the old index. Members that
-  // reclamation renumbers move with it, so every member behind the walk is in the new index.
-  // The walk covers at most about twice as many members as the old index had room for, eight an
-  // insertion, and so ends long before the new index is three quarters full.
+  // takes the following insertions, and each insertion also copies a few of the old index's
+  // slots into it, walking the old index in order, as a rebuild would but sixteen slots at a
+  // time. Walking slots rather than members keeps the copying sequential: consecutive slots of
+  // the old index land in two runs of the new one, so a step touches a few cache lines instead
+  // of two random ones per member. Meanwhile lookups read the new index, then the old one past
+  // the walk; a removal from the old one leaves a tombstone there (shifting entries back could
+  // carry one already copied past the walk, and it would be copied twice), and reclamation
+  // renames a member in whichever index names it. The walk ends within an eighth of the old
+  // index's size in insertions, long before the new index is three quarters full.
   //
   // The new index is made ready beforehand: from five eighths full, each insertion faults in a
   // page of it (512 slots), so that it is ready by three quarters. A map shrunk far below its
-  // index prepares a smaller one the same way and migrates to it when it is ready. The old
-  // index, once empty, is given back a page an insertion (returning a page costs about as much
-  // as faulting one in).
-  static constexpr std::size_t migrateLooks = 8;
+  // index prepares a smaller one the same way and migrates to it when it is ready, walking
+  // proportionally more slots an insertion. The old index, once walked, is given back a page an
+  // insertion (returning a page costs about as much as faulting one in).
+  static constexpr std::size_t migrateLooks = 16;
   static constexpr std::size_t migrateAbove = 1024;  // smaller indexes are rebuilt at once
   static constexpr std::size_t preparePages = 1;
   static constexpr std::size_t releasePages = 1;
   void tendIndexes() {
     if (retired_.releasing()) retired_.releaseSome(releasePages);
-    if (oldLeft_ > 0) return;
+    if (!oldIndex_.empty()) return;
     if (nextIndex_.empty() && index_.size() >= migrateAbove &&
         (live_ + 1) * 8 > index_.size() * 5) {
       nextIndex_ = IndexTable(2 * index_.size());
@@ -501,31 +533,19 @@ class OrderedMap {
   void startMigration() {
     oldIndex_ = std::move(index_);
     index_ = std::move(nextIndex_);
-    ++generation_;
-    oldLeft_ = live_;
-    migrateFrom_ = 0;
-    if (oldLeft_ == 0) retireOld();
+    migrateSlot_ = 0;
+    migrateStep_ = std::max(migrateLooks, migrateLooks * oldIndex_.size() / index_.size());
   }
-  void migrateSome() { migrateSteps(migrateLooks); }
-  void migrateAll() { migrateSteps(std::numeric_limits<std::size_t>::max()); }
+  void migrateSome() { migrateSteps(migrateStep_); }
+  void migrateAll() { migrateSteps(oldIndex_.size()); }
   void migrateSteps(std::size_t looks) {
-    for (; oldLeft_ > 0 && looks > 0 && migrateFrom_ < members_.size(); --looks, ++migrateFrom_) {
-      Member& m = members_[migrateFrom_];
-      if (m.live && m.generation != generation_) migrate(m, uint32_t(migrateFrom_));
+    if (oldIndex_.empty()) return;
+    std::size_t const end = std::min(oldIndex_.size(), migrateSlot_ + looks);
+    for (; migrateSlot_ < end; ++migrateSlot_) {
+      uint64_t const e = oldIndex_[migrateSlot_];
+      if (namesMember(e)) index_[freeSlotFor(index_, uint32_t(e >> 32))] = e;
     }
-  }
-  // Moves member m, numbered n, from the old index to the new one.
-  void migrate(Member& m, uint32_t n) {
-    unindex(oldIndex_, slotOfMember(oldIndex_, m.hash, n));
-    index_[freeSlotFor(index_, m.hash)] = entryOf(m.hash, n);
-    m.generation = generation_;
-    leftOld();
-  }
-  // A member has left the old index; the last one ends the migration.
-  void leftOld() {
-    if (--oldLeft_ == 0) retireOld();
-  }
-  void retireOld() {
+    if (migrateSlot_ < oldIndex_.size()) return;
     retired_ = std::move(oldIndex_);
     retired_.retire();
   }
@@ -558,17 +578,13 @@ class OrderedMap {
       Member& m = members_[reclaimFrom_];
       if (!m.live) continue;
       if (reclaimFrom_ != reclaimTo_) {
-        // Renumbered behind the migration's walk, the member moves to the new index with it.
-        if (m.generation != generation_) migrate(m, uint32_t(reclaimFrom_));
-        index_[slotOfMember(index_, m.hash, uint32_t(reclaimFrom_))] =
-            entryOf(m.hash, uint32_t(reclaimTo_));
+        entryNaming(m.hash, uint32_t(reclaimFrom_)) = entryOf(m.hash, uint32_t(reclaimTo_));
         // Field by field: the slot left behind is dead, and its value is reset at once, as a
         // removal's is.
         Member& to = members_[reclaimTo_];
         to.key = std::move(m.key);
         to.value = std::move(m.value);
         to.hash = m.hash;
-        to.generation = m.generation;
         to.live = true;
         m.live = false;
         m.value = V();
@@ -586,19 +602,18 @@ class OrderedMap {
   // After a reclamation the chunks past the live members are gone already; an index sixteen
   // times too large migrates to one of its size.
   void giveBackMemory() {
-    if (oldLeft_ == 0 && index_.size() > 2 * keptEmpty && live_ * 16 <= index_.size()) {
+    if (oldIndex_.empty() && index_.size() > 2 * keptEmpty && live_ * 16 <= index_.size()) {
       nextIndex_ = IndexTable(indexSizeFor(live_));
     }
   }
 
   ChunkedVector<Member> members_;
-  IndexTable index_;             // while migrating, the new index
-  IndexTable oldIndex_;          // while migrating, the index being emptied
-  IndexTable nextIndex_;         // the index being made ready for the next migration
-  IndexTable retired_;           // an emptied index being given back
-  std::size_t oldLeft_ = 0;      // live members the old index still names
-  std::size_t migrateFrom_ = 0;  // the next member the migration looks at
-  uint8_t generation_ = 0;       // of index_ (members carry the generation of theirs)
+  IndexTable index_;                        // while migrating, the new index
+  IndexTable oldIndex_;                     // while migrating, the index being emptied
+  IndexTable nextIndex_;                    // the index being made ready for the next migration
+  IndexTable retired_;                      // a migrated index being given back
+  std::size_t migrateSlot_ = 0;             // the next slot of oldIndex_ the migration copies
+  std::size_t migrateStep_ = migrateLooks;  // slots copied an insertion
   std::size_t live_ = 0;
   std::size_t head_ = 0;  // first live member
   bool reclaiming_ = false;

@@ -3,14 +3,17 @@
 #include "tools/noxsim/Runner.h"
 
 #include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <ostream>
+#include <sstream>
 
 #include "platform/kelp/Segment.h"
 #include "platform/kelp/VelKelp.h"
@@ -113,9 +116,37 @@ int runScript(Script const& script, Sim& sim) {
 
 namespace {
 
+// The process's own gauges, under the names the usual process collector gives them, taken at
+// the end of the run with the agent still up: what its state holds in memory after the
+// scenario (after its deletions, say), the most it ever held, and the CPU time of the run.
+std::string processMetrics() {
+  std::ostringstream text;
+  rusage usage{};
+  if (::getrusage(RUSAGE_SELF, &usage) == 0) {
+    double const cpu = double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                       double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+    text << "# HELP process_cpu_seconds_total user and system CPU time of the run\n"
+         << "# TYPE process_cpu_seconds_total counter\nprocess_cpu_seconds_total " << cpu << '\n'
+         << "# HELP process_resident_memory_max_bytes the most resident memory of the run\n"
+         << "# TYPE process_resident_memory_max_bytes gauge\nprocess_resident_memory_max_bytes "
+         << uint64_t(usage.ru_maxrss) * 1024 << '\n';
+  }
+  // Linux keeps the current size in pages, resident second; elsewhere the gauge is left out.
+  std::ifstream statm("/proc/self/statm");
+  uint64_t size = 0;
+  uint64_t resident = 0;
+  long const page = ::sysconf(_SC_PAGESIZE);
+  if (statm >> size >> resident && page > 0) {
+    text << "# HELP process_resident_memory_bytes resident memory at the end of the run\n"
+         << "# TYPE process_resident_memory_bytes gauge\nprocess_resident_memory_bytes "
+         << resident * uint64_t(page) << '\n';
+  }
+  return text.str();
+}
+
 // The counters as a scrape would see them, into a file of ours (see Trace::openPrivateFile).
 bool writeMetrics(std::string const& path, std::ostream& err) {
-  std::string const text = Trace::countersExposition();
+  std::string const text = Trace::countersExposition() + processMetrics();
   try {
     int const fd = Trace::openPrivateFile(path);
     bool ok = ::ftruncate(fd, 0) == 0;

@@ -3,7 +3,8 @@
 
 The scenario starts MACHINES, then gives COUNT `l2rib floodset add` commands spread over VLANs
 and MAC addresses (three MPLS destinations in four, the others local interfaces), and finally
-removes one VLAN. With --hw, the hardware information of every via comes first and the
+removes one VLAN, or with --delete-all every VLAN (to see what memory comes back, with
+noxsim --metrics). With --hw, the hardware information of every via comes first and the
 emulated hardware agent runs, so every MPLS destination is configured and programmed.
 
     tools/noxsim/gen-floodset-load.py 1000000 --machines "filter floodset" > /tmp/load.nox
@@ -23,6 +24,8 @@ def main():
     parser.add_argument("--dests", type=int, default=8, help="destinations per flood set")
     parser.add_argument("--hw", action="store_true",
                         help="publish every via's hardware information and run the hardware agent")
+    parser.add_argument("--delete-all", action="store_true",
+                        help="remove every VLAN at the end instead of one")
     args = parser.parse_args()
 
     out = sys.stdout
@@ -43,7 +46,9 @@ def main():
         else:
             dest = f"mpls/{i}/Tunnel{1 + floodset % TUNNELS}/{16 + slot}"
         out.write(f"l2rib floodset add {vlan} {mac_text} {dest}\n")
-    out.write("l2rib floodset delvlan 1\n")
+    vlans = min(args.count // args.dests + (args.count % args.dests > 0), 4094)
+    for vlan in range(1, (vlans if args.delete_all else 1) + 1):
+        out.write(f"l2rib floodset delvlan {vlan}\n")
 
 
 if __name__ == "__main__":

@@ -92,13 +92,13 @@ TEST(OrderedMap, RandomOperationsKeepInsertionOrderAndLookupsAcrossRebuilds) {
   }
 }
 
-// The index grows by migrating a few entries an insertion; removals made meanwhile start a
-// reclamation that renumbers members the migration has not reached yet. Every key must stay
-// found, in order, through both.
+// The index grows by copying a few slots an insertion; removals made meanwhile start a
+// reclamation that renumbers members whose entries are still in the old index, ahead of the
+// copying or behind it. Every key must stay found, in order, through both.
 TEST(OrderedMap, ReclamationRenumbersMembersDuringAnIndexMigration) {
   Vel::OrderedMap<int, int> map;
   // 3,072 members fill an index of 4,096 to three quarters: the next insertion starts a
-  // migration that its successors carry on eight members at a time.
+  // migration that its successors carry on sixteen slots at a time.
   int next = 0;
   for (; next <= 3072; ++next) map.tryEmplace(next, next);
   for (int k = 0; k < 2000; ++k) map.erase(k);
@@ -109,6 +109,36 @@ TEST(OrderedMap, ReclamationRenumbersMembersDuringAnIndexMigration) {
     ASSERT_EQ(expected, next + 1);
     for (int k = 0; k <= next; ++k) ASSERT_EQ(map.contains(k), k >= 2000) << k;
   }
+}
+
+// Hashes chosen so that the index's layout is known: ordinary keys at consecutive home slots
+// from 100, and a few keys whose home is the last slot, so that their probe run wraps to the
+// first slots.
+struct PlacingHasher {
+  static constexpr int wrapping = 1000000;
+  uint32_t operator()(int k) const { return k >= wrapping ? 0xffffffffu : uint32_t(k + 100); }
+};
+
+// During a migration the walk copies the first slots early; the wrapped run's head, at the last
+// slot, is copied last. Removing that head must not bring an entry already copied back ahead of
+// the walk (it would be copied twice, and a later removal would leave the key findable).
+TEST(OrderedMap, RemovalAheadOfTheMigrationKeepsEveryEntryCopiedOnce) {
+  Vel::OrderedMap<int, int, PlacingHasher> map;
+  int const wrap = PlacingHasher::wrapping;
+  for (int k = 0; k < 4; ++k) map.tryEmplace(wrap + k, k);  // slots 4095, 0, 1, 2
+  int next = 0;
+  // 3,072 members fill the index of 4,096 to three quarters; the next insertion starts the
+  // migration and the one after copies slots 0 to 15.
+  for (; map.size() < 3074; ++next) map.tryEmplace(next, next);
+  ASSERT_TRUE(map.erase(wrap));
+  ASSERT_TRUE(map.erase(wrap + 1));
+  for (int i = 0; i < 1000; ++i, ++next) map.tryEmplace(next, next);  // the walk ends
+  EXPECT_FALSE(map.contains(wrap));
+  EXPECT_FALSE(map.contains(wrap + 1));
+  ASSERT_TRUE(map.erase(wrap + 2));
+  EXPECT_FALSE(map.contains(wrap + 2));
+  EXPECT_EQ(*map.find(wrap + 3), 3);
+  EXPECT_EQ(map.size(), std::size_t(next) + 1);
 }
 
 TEST(OrderedMap, IterationSurvivesRemovalOfTheCurrentAndLaterMembers) {

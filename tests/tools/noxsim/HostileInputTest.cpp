@@ -89,6 +89,11 @@ TEST(HostileInput, MetricsGoToAFileOfOursAndNeverThroughALink) {
   std::string const text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   EXPECT_THAT(text, HasSubstr("# TYPE nox_tunnelIdToHwTunnelIdIs_total counter\n"
                               "nox_tunnelIdToHwTunnelIdIs_total "));
+  // With the process's own gauges, read while the agent is still up.
+  auto const resident = text.find("\nprocess_resident_memory_bytes ");
+  ASSERT_NE(resident, std::string::npos) << text;
+  EXPECT_GT(std::stoull(text.substr(resident + 31)), 0u);
+  EXPECT_THAT(text, HasSubstr("\nprocess_resident_memory_max_bytes "));
 
   std::string const target = dir + "/target";
   std::string const link = dir + "/link.prom";
