@@ -14,12 +14,12 @@
 // slot behind (so that iterators stay valid) but no mark in the index: the entries after it in
 // its probe run shift back. Dead slots are reclaimed a few at a time by the insertions that
 // follow, which slide live members down in order while new ones go to the end, so a map under
-// steady churn keeps its storage and never copies it whole. Growth does not copy either: members
-// live in chunks that never move as they grow, and an index that fills up is replaced by one of
-// twice the size into which the following insertions copy the old one's slots a few at a time,
-// lookups reading both meanwhile. A map that has shrunk far below its capacity gives the memory
-// back when its reclamation ends (its index moving to a smaller one the same way) or when it
-// empties.
+// steady churn keeps its storage and never copies it whole. Growth does not copy either: past
+// the first sixteen, members live in chunks that never move as they grow, and an index that fills
+// up is replaced by one of twice the size into which the following insertions copy the old one's
+// slots a few at a time, lookups reading both meanwhile. A map that has shrunk far below its
+// capacity gives the memory back when its reclamation ends (its index moving to a smaller one the
+// same way) or when it empties.
 //
 // What stays valid across a change:
 //
@@ -68,55 +68,73 @@ struct IndexHasher {
   }
 };
 
-// The members' storage: a vector of chunks that never move, so that growing never copies what
-// is there (a doubling vector copies every member, in one insertion, each time it fills, and
-// on a virtual machine faulting in the fresh copy costs more than the copy). Chunks double from
-// 16 members up to 8,192, and are all of 8,192 after that, so small maps stay small.
+// The members' storage: chunks that never move, so that growing never copies what is there (a
+// doubling vector copies every member, in one insertion, each time it fills, and on a virtual
+// machine faulting in the fresh copy costs more than the copy). The first chunk holds 16
+// members and grows like a vector up to them, from 4, since most maps are small (a flood set's
+// eight destinations) and should take no more than they use; it lives in the map itself, so a
+// small map makes one allocation for its members. The next chunks double from 32 members up to
+// 8,192, and are all of 8,192 after that.
 template <class T>
 class ChunkedVector {
  public:
   static constexpr std::size_t firstBits = 4;
   static constexpr std::size_t firstSize = std::size_t(1) << firstBits;
+  static constexpr std::size_t firstReserve = 4;
   static constexpr std::size_t chunkBits = 13;
   static constexpr std::size_t chunkSize = std::size_t(1) << chunkBits;
-  // Chunk j (from 0) of the doubling ones holds the positions i with i + 16 in [16 << j,
-  // 32 << j); the ten of them hold 16 + 32 + ... + 8,192 positions.
+  // Chunk j (from 0, the first) of the doubling ones holds the positions i with i + 16 in
+  // [16 << j, 32 << j); the ten of them hold 16 + 32 + ... + 8,192 positions.
   static constexpr std::size_t doublingChunks = chunkBits - firstBits + 1;
   static constexpr std::size_t doublingHold = (std::size_t(2) << chunkBits) - firstSize;
 
   std::size_t size() const { return size_; }
-  std::size_t capacity() const { return held(chunks_.size()); }
-  T& operator[](std::size_t i) { return chunks_[chunkOf(i)][offsetIn(i)]; }
-  T const& operator[](std::size_t i) const { return chunks_[chunkOf(i)][offsetIn(i)]; }
+  std::size_t capacity() const { return first_.capacity() + held(rest_.size() + 1) - firstSize; }
+  T& operator[](std::size_t i) { return i < firstSize ? first_[i] : later(i); }
+  T const& operator[](std::size_t i) const {
+    return i < firstSize ? first_[i] : const_cast<ChunkedVector*>(this)->later(i);
+  }
   T& back() { return (*this)[size_ - 1]; }
 
   void push_back(T&& value) {
-    if (size_ == capacity()) {
-      chunks_.emplace_back();
-      chunks_.back().reserve(held(chunks_.size()) - held(chunks_.size() - 1));
+    if (size_ < firstSize) {
+      if (first_.size() == first_.capacity()) {
+        first_.reserve(std::min(firstSize, std::max(firstReserve, 2 * first_.capacity())));
+      }
+      first_.push_back(std::move(value));
+    } else {
+      if (size_ == capacity()) {
+        rest_.emplace_back();
+        rest_.back().reserve(held(rest_.size() + 1) - held(rest_.size()));
+      }
+      rest_.back().push_back(std::move(value));
     }
-    chunks_.back().push_back(std::move(value));
     ++size_;
   }
   // Drops the members from position n on, and the chunks left empty but the first (a set that
   // empties and fills again, as flood sets do, keeps its one small chunk).
   void truncate(std::size_t n) {
-    while (size_ > n) {
-      std::vector<T>& last = chunks_.back();
-      std::size_t const drop = std::min(last.size(), size_ - n);
+    while (size_ > n && size_ > firstSize) {
+      std::vector<T>& last = rest_.back();
+      std::size_t const drop = std::min(last.size(), size_ - std::max(n, firstSize));
       last.erase(last.end() - std::ptrdiff_t(drop), last.end());
       size_ -= drop;
-      if (last.empty() && chunks_.size() > 1) chunks_.pop_back();
+      if (last.empty()) rest_.pop_back();
+    }
+    if (size_ > n) {
+      first_.erase(first_.begin() + std::ptrdiff_t(n), first_.end());
+      size_ = n;
     }
   }
   void clear() { truncate(0); }
   void release() {
-    std::vector<std::vector<T>>().swap(chunks_);
+    std::vector<T>().swap(first_);
+    std::vector<std::vector<T>>().swap(rest_);
     size_ = 0;
   }
 
  private:
-  // Positions held by the first `chunks` chunks.
+  // Positions held by the first `chunks` chunks at their full size.
   static std::size_t held(std::size_t chunks) {
     if (chunks <= doublingChunks) return (firstSize << chunks) - firstSize;
     return doublingHold + (chunks - doublingChunks) * chunkSize;
@@ -129,8 +147,10 @@ class ChunkedVector {
     if (i < doublingHold) return i + firstSize - std::bit_floor(i + firstSize);
     return (i - doublingHold) & (chunkSize - 1);
   }
+  T& later(std::size_t i) { return rest_[chunkOf(i) - 1][offsetIn(i)]; }
 
-  std::vector<std::vector<T>> chunks_;
+  std::vector<T> first_;
+  std::vector<std::vector<T>> rest_;
   std::size_t size_ = 0;
 };
 

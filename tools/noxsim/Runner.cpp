@@ -5,6 +5,9 @@
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include <cerrno>
 #include <csignal>
@@ -141,6 +144,15 @@ std::string processMetrics() {
          << "# TYPE process_resident_memory_bytes gauge\nprocess_resident_memory_bytes "
          << resident * uint64_t(page) << '\n';
   }
+#ifdef __GLIBC__
+  // What the allocator has handed out and not had back: what the state itself holds, whatever
+  // free memory the allocator keeps mapped.
+  struct mallinfo2 const heap = ::mallinfo2();
+  text << "# HELP noxsim_heap_in_use_bytes heap memory allocated and not freed at the end of the "
+          "run\n"
+       << "# TYPE noxsim_heap_in_use_bytes gauge\nnoxsim_heap_in_use_bytes "
+       << heap.uordblks + heap.hblkhd << '\n';
+#endif
   return text.str();
 }
 

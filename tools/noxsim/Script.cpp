@@ -60,13 +60,16 @@ class TextCollector {
  public:
   explicit TextCollector(std::string& text) : text_(text) {}
   bool add(char const* data, std::size_t n) {
-    for (std::size_t i = 0; i < n; ++i) {
-      if (data[i] == '\n') {
-        ++line_;
-        lineBytes_ = 0;
-      } else if (++lineBytes_ > Script::maxLineBytes) {
-        return false;
-      }
+    char const* const end = data + n;
+    for (char const* at = data; at < end;) {
+      auto const* const newline =
+          static_cast<char const*>(std::memchr(at, '\n', std::size_t(end - at)));
+      lineBytes_ += std::size_t((newline ? newline : end) - at);
+      if (lineBytes_ > Script::maxLineBytes) return false;
+      if (!newline) break;
+      ++line_;
+      lineBytes_ = 0;
+      at = newline + 1;
     }
     text_.append(data, n);
     return true;
@@ -110,6 +113,9 @@ bool readFile(std::string const& path, std::string& text, std::string& error) {
   struct stat st {};
   if (::fstat(fd, &st) != 0) return fail(cat("cannot read ", path, ": ", std::strerror(errno)));
   if (S_ISDIR(st.st_mode)) return fail(cat("cannot read ", path, ": ", std::strerror(EISDIR)));
+  // A regular file's size is known: one allocation instead of a doubling string, whose every
+  // growth copies what was read and faults in fresh pages.
+  if (S_ISREG(st.st_mode) && st.st_size > 0) text.reserve(std::size_t(st.st_size));
   TextCollector collector(text);
   char buffer[1 << 16];
   for (;;) {

@@ -5,6 +5,7 @@
 // parse with "FILE:LINE: message".
 
 #include <cstdint>
+#include <deque>
 #include <istream>
 #include <span>
 #include <string>
@@ -35,7 +36,7 @@ class Script {
   // Parses `text` as the file named `name`.
   bool addText(std::string name, std::string_view text, std::string& error);
 
-  std::vector<Step> const& steps() const { return steps_; }
+  std::deque<Step> const& steps() const { return steps_; }
   std::string const& fileName(Step const& step) const { return files_[step.file]; }
 
  private:
@@ -46,7 +47,8 @@ class Script {
                   uint32_t& errorLine);
 
   std::vector<std::string> files_;
-  std::vector<Step> steps_;
+  // A deque: a million steps are not copied each time they outgrow their storage.
+  std::deque<Step> steps_;
 };
 
 }  // namespace Noxsim

@@ -67,27 +67,27 @@ std::ostream& operator<<(std::ostream& os, FloodSetType v) { return os << uint32
 Dest Dest::mpls(DestId id, Gantry::IntfId tunnelIntf, Gantry::MplsLabel label) {
   Dest d(id);
   d.destType_ = destTypeMpls_;
-  d.mpls_ = {tunnelIntf, label};
+  d.dataIs(DestDataMpls{tunnelIntf, label});
   return d;
 }
 
 Dest Dest::vxlan(DestId id, Gantry::IpGenAddr const& addr) {
   Dest d(id);
   d.destType_ = destTypeVxlan_;
-  d.vxlan_ = {addr};
+  d.dataIs(DestDataVxlan{addr});
   return d;
 }
 
 Dest Dest::intf(DestId id, Gantry::IntfId intf) {
   Dest d(id);
-  d.intf_ = {intf};
+  d.dataIs(DestDataIntf{intf});
   return d;
 }
 
 Dest Dest::tunnel(DestId id, Gantry::IntfId tunnelIntf) {
   Dest d(id);
   d.destType_ = destTypeTunnel_;
-  d.tunnel_ = {tunnelIntf};
+  d.dataIs(DestDataTunnel{tunnelIntf});
   return d;
 }
 
@@ -152,13 +152,13 @@ bool Dest::operator==(Dest const& other) const {
   if (destType_ != other.destType_) return false;
   switch (destType_) {
     case destTypeIntf_:
-      return intf_ == other.intf_;
+      return destDataIntf() == other.destDataIntf();
     case destTypeVxlan_:
-      return vxlan_ == other.vxlan_;
+      return destDataVxlan() == other.destDataVxlan();
     case destTypeMpls_:
-      return mpls_ == other.mpls_;
+      return destDataMpls() == other.destDataMpls();
     case destTypeTunnel_:
-      return tunnel_ == other.tunnel_;
+      return destDataTunnel() == other.destDataTunnel();
     case destTypeNoData_:
       return true;
   }
@@ -169,17 +169,17 @@ bool Dest::operator==(Dest const& other) const {
 U32 Dest::hash() const {
   switch (destType_) {
     case destTypeIntf_:
-      return intf_.intfId.hash();
+      return destDataIntf().intfId.hash();
     case destTypeVxlan_:
-      return vxlan_.ipAddr.asIp6().hash();
+      return destDataVxlan().ipAddr.asIp6().hash();
     case destTypeMpls_: {
       Vel::OneAtATimeHash h;
-      h.addLittleEndian32(mpls_.tunnelIntfId.hash());
-      h.addLittleEndian32(Vel::wangHash32(mpls_.label.value()));
+      h.addLittleEndian32(destDataMpls().tunnelIntfId.hash());
+      h.addLittleEndian32(Vel::wangHash32(destDataMpls().label.value()));
       return h.finish();
     }
     case destTypeTunnel_:
-      return tunnel_.tunnelIntfId.hash();
+      return destDataTunnel().tunnelIntfId.hash();
     case destTypeNoData_:
       return 0;
   }

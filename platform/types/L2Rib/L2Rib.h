@@ -4,11 +4,14 @@
 // destinations to which broadcast, unknown-unicast and multicast traffic is flooded.
 // Destination equality and hash are exact: the machines' collections are keyed by them.
 
+#include <array>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "platform/types/Bridging/Bridging.h"
 #include "platform/types/Gantry/Gantry.h"
@@ -97,10 +100,11 @@ class Dest {
 
   DestId destId() const { return destId_; }
   DestType destType() const { return destType_; }
-  DestDataMpls const& destDataMpls() const { return mpls_; }
-  DestDataVxlan const& destDataVxlan() const { return vxlan_; }
-  DestDataIntf const& destDataIntf() const { return intf_; }
-  DestDataTunnel const& destDataTunnel() const { return tunnel_; }
+  // The data of the destination's type; another type's data reads as that type's default.
+  DestDataMpls destDataMpls() const { return dataAs<DestDataMpls>(destTypeMpls_); }
+  DestDataVxlan destDataVxlan() const { return dataAs<DestDataVxlan>(destTypeVxlan_); }
+  DestDataIntf destDataIntf() const { return dataAs<DestDataIntf>(destTypeIntf_); }
+  DestDataTunnel destDataTunnel() const { return dataAs<DestDataTunnel>(destTypeTunnel_); }
 
   // Equal ids, equal types and equal data of that type; a type above 4 fails assertion "0".
   bool operator==(Dest const& other) const;
@@ -109,12 +113,29 @@ class Dest {
   std::string stringValue() const;
 
  private:
+  // Only the type's data is kept: a destination is stored in every flood set, filter output and
+  // machine mapping that names it, a million times over, so it takes 32 bytes rather than the
+  // 60 of all four data parts side by side. The words past the data are zero, so equal
+  // destinations are equal byte for byte, as shared-memory tables compare them.
+  using Words = std::array<uint32_t, 5>;
+  template <class Data>
+  Data dataAs(DestType type) const {
+    static_assert(std::is_trivially_copyable_v<Data> && sizeof(Data) <= sizeof(Words));
+    Data data{};
+    // Trivially copyable, though not trivial: its fields have default values.
+    if (destType_ == type) std::memcpy(static_cast<void*>(&data), data_.data(), sizeof data);
+    return data;
+  }
+  template <class Data>
+  void dataIs(Data const& data) {
+    static_assert(std::is_trivially_copyable_v<Data> && sizeof(Data) <= sizeof(Words));
+    data_ = Words{};
+    std::memcpy(data_.data(), &data, sizeof data);
+  }
+
   DestId destId_;
   DestType destType_ = destTypeIntf_;
-  DestDataMpls mpls_;
-  DestDataVxlan vxlan_;
-  DestDataIntf intf_;
-  DestDataTunnel tunnel_;
+  Words data_{};
 };
 std::ostream& operator<<(std::ostream& os, Dest const& v);
 std::string valueToStrep(Dest const& v);
