@@ -72,9 +72,8 @@ struct IndexHasher {
 // doubling vector copies every member, in one insertion, each time it fills, and on a virtual
 // machine faulting in the fresh copy costs more than the copy). The first chunk holds 16
 // members and grows like a vector up to them, from 4, since most maps are small (a flood set's
-// eight destinations) and should take no more than they use; it lives in the map itself, so a
-// small map makes one allocation for its members. The next chunks double from 32 members up to
-// 8,192, and are all of 8,192 after that.
+// eight destinations) and should take no more than they use. The next chunks double from 32
+// members up to 8,192, and are all of 8,192 after that.
 template <class T>
 class ChunkedVector {
  public:
@@ -83,53 +82,50 @@ class ChunkedVector {
   static constexpr std::size_t firstReserve = 4;
   static constexpr std::size_t chunkBits = 13;
   static constexpr std::size_t chunkSize = std::size_t(1) << chunkBits;
-  // Chunk j (from 0, the first) of the doubling ones holds the positions i with i + 16 in
-  // [16 << j, 32 << j); the ten of them hold 16 + 32 + ... + 8,192 positions.
+  // Chunk j (from 0) of the doubling ones holds the positions i with i + 16 in [16 << j,
+  // 32 << j); the ten of them hold 16 + 32 + ... + 8,192 positions.
   static constexpr std::size_t doublingChunks = chunkBits - firstBits + 1;
   static constexpr std::size_t doublingHold = (std::size_t(2) << chunkBits) - firstSize;
 
   std::size_t size() const { return size_; }
-  std::size_t capacity() const { return first_.capacity() + held(rest_.size() + 1) - firstSize; }
-  T& operator[](std::size_t i) { return i < firstSize ? first_[i] : later(i); }
-  T const& operator[](std::size_t i) const {
-    return i < firstSize ? first_[i] : const_cast<ChunkedVector*>(this)->later(i);
+  std::size_t capacity() const {
+    return chunks_.empty() ? 0 : chunks_.front().capacity() + held(chunks_.size()) - firstSize;
   }
+  T& operator[](std::size_t i) { return chunks_[chunkOf(i)][offsetIn(i)]; }
+  T const& operator[](std::size_t i) const { return chunks_[chunkOf(i)][offsetIn(i)]; }
   T& back() { return (*this)[size_ - 1]; }
 
   void push_back(T&& value) {
     if (size_ < firstSize) {
-      if (first_.size() == first_.capacity()) {
-        first_.reserve(std::min(firstSize, std::max(firstReserve, 2 * first_.capacity())));
+      if (chunks_.empty()) chunks_.emplace_back();
+      std::vector<T>& first = chunks_.front();
+      if (first.size() == first.capacity()) {
+        first.reserve(std::min(firstSize, std::max(firstReserve, 2 * first.capacity())));
       }
-      first_.push_back(std::move(value));
+      first.push_back(std::move(value));
     } else {
       if (size_ == capacity()) {
-        rest_.emplace_back();
-        rest_.back().reserve(held(rest_.size() + 1) - held(rest_.size()));
+        chunks_.emplace_back();
+        chunks_.back().reserve(held(chunks_.size()) - held(chunks_.size() - 1));
       }
-      rest_.back().push_back(std::move(value));
+      chunks_.back().push_back(std::move(value));
     }
     ++size_;
   }
   // Drops the members from position n on, and the chunks left empty but the first (a set that
   // empties and fills again, as flood sets do, keeps its one small chunk).
   void truncate(std::size_t n) {
-    while (size_ > n && size_ > firstSize) {
-      std::vector<T>& last = rest_.back();
-      std::size_t const drop = std::min(last.size(), size_ - std::max(n, firstSize));
+    while (size_ > n) {
+      std::vector<T>& last = chunks_.back();
+      std::size_t const drop = std::min(last.size(), size_ - n);
       last.erase(last.end() - std::ptrdiff_t(drop), last.end());
       size_ -= drop;
-      if (last.empty()) rest_.pop_back();
-    }
-    if (size_ > n) {
-      first_.erase(first_.begin() + std::ptrdiff_t(n), first_.end());
-      size_ = n;
+      if (last.empty() && chunks_.size() > 1) chunks_.pop_back();
     }
   }
   void clear() { truncate(0); }
   void release() {
-    std::vector<T>().swap(first_);
-    std::vector<std::vector<T>>().swap(rest_);
+    std::vector<std::vector<T>>().swap(chunks_);
     size_ = 0;
   }
 
@@ -147,10 +143,8 @@ class ChunkedVector {
     if (i < doublingHold) return i + firstSize - std::bit_floor(i + firstSize);
     return (i - doublingHold) & (chunkSize - 1);
   }
-  T& later(std::size_t i) { return rest_[chunkOf(i) - 1][offsetIn(i)]; }
 
-  std::vector<T> first_;
-  std::vector<std::vector<T>> rest_;
+  std::vector<std::vector<T>> chunks_;
   std::size_t size_ = 0;
 };
 
