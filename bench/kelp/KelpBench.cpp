@@ -146,6 +146,7 @@ void BM_KelpWriteToReaderLatency(benchmark::State& state) {
   if (!samples.empty()) {
     state.counters["median_ns"] = static_cast<double>(samples[samples.size() / 2]);
     state.counters["p99_ns"] = static_cast<double>(samples[samples.size() * 99 / 100]);
+    state.counters["max_ns"] = static_cast<double>(samples.back());
   }
   stopReader(reader, shared);
   ::munmap(shared, sizeof(Shared));
