@@ -42,53 +42,73 @@ class Model {
   uint64_t next_ = 0;
 };
 
-// Long random runs of insert/replace/erase, checked against the model: iteration order, lookups,
-// size and first key. Small key ranges rebuild a small index often; the large one grows and
-// shrinks through index migrations (phases that mostly insert, then erase down to a few members
-// and churn), with lookups and erasures landing in both indexes while one is under way.
+// A long random run of insert/replace/erase on a map with hasher H, checked against the model:
+// iteration order, lookups, size and first key. A large key range grows and shrinks through
+// index migrations (phases that mostly insert, then erase down to a few members and churn),
+// with lookups and erasures landing in both indexes while one is under way.
+template <class H>
+void checkAgainstTheModel(unsigned seed, int keyRange, int steps, int phase) {
+  std::mt19937 rng(seed);
+  bool const large = keyRange > 1000;
+  Vel::OrderedMap<int, int, H> map;
+  Model model;
+  for (int step = 0; step < steps; ++step) {
+    int k = static_cast<int>(rng() % keyRange);
+    int const v = static_cast<int>(rng() % 1000);
+    bool insert = rng() % 3 != 0;
+    if (large && (step / phase) % 2 == 1) {
+      // Shrinking: the oldest members go until few are left, then the map churns.
+      if (model.size() > 150) k = model.firstKey();
+      insert = model.size() <= 150 && rng() % 2 == 0;
+    }
+    if (insert) {
+      auto [stored, inserted] = map.tryEmplace(k, v);
+      int* const modelled = model.find(k);
+      ASSERT_EQ(inserted, modelled == nullptr);
+      if (inserted) {
+        model.add(k, v);
+      } else {
+        *stored = v;
+        *modelled = v;
+      }
+    } else {
+      ASSERT_EQ(map.erase(k), model.erase(k));
+    }
+    ASSERT_EQ(map.size(), model.size());
+    if (!large || step % 97 == 0 || step == steps - 1) {
+      std::vector<std::pair<int, int>> seen;
+      for (auto [key, value] : map) seen.emplace_back(key, value);
+      ASSERT_EQ(seen, model.members()) << "seed " << seed << " step " << step;
+    }
+    ASSERT_EQ(map.firstKey() ? *map.firstKey() : -1, model.firstKey());
+    int const probe = static_cast<int>(rng() % keyRange);
+    int const* const modelled = model.find(probe);
+    auto const found = map.find(probe);
+    ASSERT_EQ(found ? *found : -1, modelled ? *modelled : -1)
+        << "seed " << seed << " step " << step;
+  }
+}
+
+// Small key ranges rebuild a small index often; the large one migrates.
 TEST(OrderedMap, RandomOperationsKeepInsertionOrderAndLookupsAcrossRebuilds) {
   for (unsigned seed = 1; seed <= 24; ++seed) {
-    std::mt19937 rng(seed);
     int const keyRange = std::vector<int>{16, 600, 6000}[seed % 3];
-    bool const large = keyRange > 1000;
-    int const steps = large ? 40000 : 3000;
-    Vel::OrderedMap<int, int> map;
-    Model model;
-    for (int step = 0; step < steps; ++step) {
-      int k = static_cast<int>(rng() % keyRange);
-      int const v = static_cast<int>(rng() % 1000);
-      bool insert = rng() % 3 != 0;
-      if (large && (step / 5000) % 2 == 1) {
-        // Shrinking: the oldest members go until few are left, then the map churns.
-        if (model.size() > 150) k = model.firstKey();
-        insert = model.size() <= 150 && rng() % 2 == 0;
-      }
-      if (insert) {
-        auto [stored, inserted] = map.tryEmplace(k, v);
-        int* const modelled = model.find(k);
-        ASSERT_EQ(inserted, modelled == nullptr);
-        if (inserted) {
-          model.add(k, v);
-        } else {
-          *stored = v;
-          *modelled = v;
-        }
-      } else {
-        ASSERT_EQ(map.erase(k), model.erase(k));
-      }
-      ASSERT_EQ(map.size(), model.size());
-      if (!large || step % 97 == 0 || step == steps - 1) {
-        std::vector<std::pair<int, int>> seen;
-        for (auto [key, value] : map) seen.emplace_back(key, value);
-        ASSERT_EQ(seen, model.members()) << "seed " << seed << " step " << step;
-      }
-      ASSERT_EQ(map.firstKey() ? *map.firstKey() : -1, model.firstKey());
-      int const probe = static_cast<int>(rng() % keyRange);
-      int const* const modelled = model.find(probe);
-      auto const found = map.find(probe);
-      ASSERT_EQ(found ? *found : -1, modelled ? *modelled : -1)
-          << "seed " << seed << " step " << step;
-    }
+    checkAgainstTheModel<Vel::IndexHasher>(seed, keyRange, keyRange > 1000 ? 40000 : 3000, 5000);
+    if (::testing::Test::HasFatalFailure()) return;
+  }
+}
+
+// Every home slot among the last 64 of the index, whatever its size, and keys in fours sharing
+// a hash: one long probe run that wraps from the end of the index to its start, where the
+// migration's walk begins, so removals, copies and renumbering all meet the wrap.
+struct WrappingHasher {
+  uint32_t operator()(int k) const { return 0xffffffffu - (Vel::IndexHasher()(k / 4) % 64); }
+};
+
+TEST(OrderedMap, ProbeRunsWrappingTheIndexSurviveMigrationsAndReclamation) {
+  for (unsigned seed = 1; seed <= 4; ++seed) {
+    checkAgainstTheModel<WrappingHasher>(seed, 2000, 12000, 2500);
+    if (::testing::Test::HasFatalFailure()) return;
   }
 }
 
