@@ -7,6 +7,7 @@
 #include <benchmark/benchmark.h>
 
 #include "bench/common/Latency.h"
+#include "bench/common/Memory.h"
 #include "tests/NoxEvpn/DecapTestUtil.h"
 
 namespace {
@@ -41,19 +42,24 @@ void fillBacklog(NoxTest::DecapWorld& w, uint32_t from, uint32_t count) {
 void BM_DecapBacklogDrain(benchmark::State& state) {
   NoxTest::DecapWorld w;
   buildLfib(w);
+  double bytes = 0;
   for (auto _ : state) {
     state.PauseTiming();
     w.hwStatus->unprogrammedRouteDelAll();
     fillBacklog(w, 0, routes);
+    std::size_t const heapBefore = Bench::heapBytesInUse();
     auto sm = w.start();
     state.ResumeTiming();
     w.scheduler->runReady();
     state.PauseTiming();
+    bytes = double(Bench::heapBytesInUse() - heapBefore);
     benchmark::DoNotOptimize(sm->routeEsiFilterVias());
     sm = nullptr;
     state.ResumeTiming();
   }
   state.SetItemsProcessed(state.iterations() * routes);
+  // The machine's state and what it writes for the routes it drains.
+  state.counters["bytes_per_route"] = bytes / double(routes);
 }
 BENCHMARK(BM_DecapBacklogDrain)->Unit(benchmark::kMillisecond);
 

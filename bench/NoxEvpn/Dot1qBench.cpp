@@ -10,6 +10,7 @@
 
 #include "NoxEvpn/NoxEvpnFloodingDot1qSm.h"
 #include "bench/common/Latency.h"
+#include "bench/common/Memory.h"
 #include "platform/cog/Clock.h"
 
 namespace {
@@ -67,14 +68,23 @@ void countMappings(benchmark::State& state, uint32_t createsBefore) {
 void BM_Dot1qColdStart(benchmark::State& state) {
   Inputs& inputs = sharedInputs();
   uint32_t const createsBefore = inputs.stub->createVlanToDot1qCount();
+  double bytes = 0;
   for (auto _ : state) {
+    state.PauseTiming();
+    std::size_t const heapBefore = Bench::heapBytesInUse();
+    state.ResumeTiming();
     auto sm = inputs.start();
     benchmark::DoNotOptimize(sm->intfVlanDot1qs());
     state.PauseTiming();
+    bytes = double(Bench::heapBytesInUse() - heapBefore);
     sm = nullptr;
     state.ResumeTiming();
   }
+  double const perRun =
+      double(inputs.stub->createVlanToDot1qCount() - createsBefore) / double(state.iterations());
   countMappings(state, createsBefore);
+  // The machine's state, with the mappings it records as programmed.
+  state.counters["bytes_per_mapping"] = bytes / perRun;
 }
 BENCHMARK(BM_Dot1qColdStart)->Unit(benchmark::kMillisecond);
 

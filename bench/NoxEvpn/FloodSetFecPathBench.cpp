@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "bench/common/Latency.h"
+#include "bench/common/Memory.h"
 #include "tools/noxsim/FecProgrammer.h"
 #include "tools/noxsim/HwAgent.h"
 #include "tools/noxsim/Machines.h"
@@ -73,15 +74,18 @@ bool settledWhole(Noxsim::Sim& sim) {
 
 void BM_MplsFloodPathColdStart(benchmark::State& state) {
   std::vector<int> const machines = pathMachines();
+  double bytes = 0;
   for (auto _ : state) {
     state.PauseTiming();
     std::ostringstream out;
     std::ostringstream err;
     auto sim = filledSim(out, err);
+    std::size_t const heapBefore = Bench::heapBytesInUse();
     state.ResumeTiming();
     sim->start(machines);
     sim->settle();
     state.PauseTiming();
+    bytes = double(Bench::heapBytesInUse() - heapBefore);
     if (!settledWhole(*sim)) state.SkipWithError("the path did not settle");
     sim.reset();
     state.ResumeTiming();
@@ -89,6 +93,8 @@ void BM_MplsFloodPathColdStart(benchmark::State& state) {
   state.counters["perDest"] =
       benchmark::Counter(dests * double(state.iterations()),
                          benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+  // Every machine's state on the path, what they publish, and the emulated agents' tables.
+  state.counters["bytes_per_dest"] = bytes / double(dests);
 }
 
 // After the cold start: a destination over a via of its own joins a flood set (each event

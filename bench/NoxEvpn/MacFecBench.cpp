@@ -8,6 +8,7 @@
 
 #include "NoxEvpn/NoxMacAddrFecRequestSm.h"
 #include "bench/common/Latency.h"
+#include "bench/common/Memory.h"
 #include "platform/cog/Clock.h"
 
 namespace {
@@ -65,14 +66,21 @@ struct Agent {
 
 void BM_MacFecColdStart(benchmark::State& state) {
   sharedRib();
+  double bytes = 0;
   for (auto _ : state) {
+    state.PauseTiming();
+    std::size_t const heapBefore = Bench::heapBytesInUse();
+    state.ResumeTiming();
     Agent agent(uint32_t(state.range(0)));
     benchmark::DoNotOptimize(agent.request->fecs());
     state.PauseTiming();
+    bytes = double(Bench::heapBytesInUse() - heapBefore);
     agent.sm = nullptr;
     state.ResumeTiming();
   }
   state.counters["hosts"] = double(hosts);
+  // The machine's state and the FEC requests and hardware ids it writes.
+  state.counters["bytes_per_host"] = bytes / double(hosts);
 }
 BENCHMARK(BM_MacFecColdStart)->Arg(2)->Arg(3)->Unit(benchmark::kMillisecond)->Iterations(3);
 
