@@ -5,13 +5,12 @@
 
 #include <benchmark/benchmark.h>
 
-#include <sys/resource.h>
-
 #include <cstdint>
 #include <random>
 #include <unordered_map>
 #include <vector>
 
+#include "bench/common/Latency.h"
 #include "platform/vel/Vel.h"
 
 #if NOX_BENCH_ABSL
@@ -41,14 +40,10 @@ class Counter : public Table::NotifieeConst {
 // Page faults of the whole run over the items inserted: fresh memory's first touch costs more
 // than an insertion on a virtual machine, so how many pages a map touches matters as much as
 // its probing.
-long pageFaults() {
-  rusage usage{};
-  ::getrusage(RUSAGE_SELF, &usage);
-  return usage.ru_minflt + usage.ru_majflt;
-}
+using Bench::Latency;
 void reportFaults(benchmark::State& state, long since, std::size_t items) {
   state.counters["faults_per_1k"] =
-      double(pageFaults() - since) * 1000 / double(state.iterations() * items);
+      double(Latency::pageFaults() - since) * 1000 / double(state.iterations() * items);
 }
 
 std::vector<uint64_t> shuffledKeys(std::size_t n) {
@@ -60,7 +55,7 @@ std::vector<uint64_t> shuffledKeys(std::size_t n) {
 
 void BM_VelInsertWithNotify(benchmark::State& state) {
   auto keys = shuffledKeys(state.range(0));
-  long const faults = pageFaults();
+  long const faults = Latency::pageFaults();
   for (auto _ : state) {
     state.PauseTiming();
     Vel::Ptr<Table> t(new Table);
@@ -123,7 +118,7 @@ using AbslMap = absl::flat_hash_map<uint64_t, uint64_t>;
 template <class Map>
 void BM_PeerInsert(benchmark::State& state) {
   auto keys = shuffledKeys(state.range(0));
-  long const faults = pageFaults();
+  long const faults = Latency::pageFaults();
   for (auto _ : state) {
     Map m;
     for (uint64_t k : keys) m.insert_or_assign(k, k);
