@@ -123,6 +123,8 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
                      Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus);
 
   void handleInitialized();
+  void prefetchMappings(Bridging::VlanId vlan, Gantry::EthAddr const& mac,
+                        L2Rib::FloodSet const& floodSet) const;
   void handleVlanFloodSet(VelVlanFloodSet& reactor);
   void handleFloodSet(VelFloodSet& reactor);
   void handleDestSet(VelFloodSet& reactor, L2Rib::Dest const& dest);

@@ -53,6 +53,8 @@ class ValueCollection {
   }
   MemberPtr<V const> find(K const& k) const { return map_.find(k); }
   bool isMemberOf(K const& k) const { return map_.contains(k); }
+  // A hint that k is looked up or inserted soon (OrderedMap::prefetch).
+  void prefetch(K const& k) const { map_.prefetch(k); }
   std::size_t count() const { return map_.size(); }
   bool empty() const { return map_.empty(); }
   MemberPtr<K const> firstKey() const { return map_.firstKey(); }
@@ -109,6 +111,8 @@ class EntityCollection {
     return map_.pointerTo(v ? static_cast<T const*>(v->ptr()) : nullptr);
   }
   bool isMemberOf(K const& k) const { return map_.contains(k); }
+  // A hint that k is looked up or inserted soon (OrderedMap::prefetch).
+  void prefetch(K const& k) const { map_.prefetch(k); }
   std::size_t count() const { return map_.size(); }
   bool empty() const { return map_.empty(); }
   MemberPtr<K const> firstKey() const { return map_.firstKey(); }

@@ -4,14 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <utility>
 
 namespace Vel {
-
-namespace {
 
 std::size_t pageBytes() {
   static std::size_t const bytes = [] {
@@ -21,10 +20,46 @@ std::size_t pageBytes() {
   return bytes;
 }
 
+namespace {
+
 // Tables of at least this many bytes get a mapping of their own.
 constexpr std::size_t mappedFrom = std::size_t(32) * 1024;
 
+std::atomic<std::size_t> mapped{0};
+
+std::size_t roundToPages(std::size_t bytes) {
+  std::size_t const page = pageBytes();
+  return (bytes + page - 1) / page * page;
+}
+
 }  // namespace
+
+// One call where the kernel offers it; elsewhere the pages are touched one by one.
+void populatePages(void* at, std::size_t bytes) {
+#ifdef MADV_POPULATE_WRITE
+  if (::madvise(at, bytes, MADV_POPULATE_WRITE) == 0) return;
+#endif
+  auto* const touch = static_cast<unsigned char volatile*>(at);
+  for (std::size_t i = 0; i < bytes; i += pageBytes()) touch[i] = 0;
+}
+
+void* mapPages(std::size_t bytes) {
+  std::size_t const length = roundToPages(bytes);
+  // Fresh anonymous pages read as zero and are faulted in on first touch.
+  void* const at =
+      ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (at == MAP_FAILED) throw std::bad_alloc();
+  mapped.fetch_add(length, std::memory_order_relaxed);
+  return at;
+}
+
+void unmapPages(void* at, std::size_t bytes) {
+  std::size_t const length = roundToPages(bytes);
+  ::munmap(at, length);
+  mapped.fetch_sub(length, std::memory_order_relaxed);
+}
+
+std::size_t mappedBytes() { return mapped.load(std::memory_order_relaxed); }
 
 IndexTable::IndexTable(std::size_t size) : size_(size) {
   std::size_t const bytes = size * sizeof(uint64_t);
@@ -33,14 +68,8 @@ IndexTable::IndexTable(std::size_t size) : size_(size) {
     if (!slots_) throw std::bad_alloc();
     return;
   }
-  std::size_t const page = pageBytes();
-  std::size_t const length = (bytes + page - 1) / page * page;
-  // Fresh anonymous pages read as zero and are faulted in on first touch.
-  void* const at =
-      ::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (at == MAP_FAILED) throw std::bad_alloc();
-  slots_ = static_cast<uint64_t*>(at);
-  mapped_ = length;
+  slots_ = static_cast<uint64_t*>(mapPages(bytes));
+  mapped_ = roundToPages(bytes);
 }
 
 void IndexTable::clear() {
@@ -48,16 +77,17 @@ void IndexTable::clear() {
 }
 
 void IndexTable::prepareSome(std::size_t pages) {
-  std::size_t const page = pageBytes();
-  auto* const bytes = reinterpret_cast<unsigned char volatile*>(slots_);
-  for (; pages > 0 && touched_ < mapped_; --pages, touched_ += page) bytes[touched_] = 0;
+  std::size_t const bytes = std::min(mapped_ - touched_, pages * pageBytes());
+  if (bytes == 0) return;
+  populatePages(reinterpret_cast<unsigned char*>(slots_) + touched_, bytes);
+  touched_ += bytes;
 }
 
 void IndexTable::releaseSome(std::size_t pages) {
   std::size_t const drop = std::min(mapped_, pages * pageBytes());
   if (drop == 0) return;
   mapped_ -= drop;
-  ::munmap(reinterpret_cast<unsigned char*>(slots_) + mapped_, drop);
+  unmapPages(reinterpret_cast<unsigned char*>(slots_) + mapped_, drop);
   touched_ = std::min(touched_, mapped_);
   if (mapped_ == 0) slots_ = nullptr;
 }
@@ -71,7 +101,7 @@ void IndexTable::take(IndexTable& other) noexcept {
 
 void IndexTable::reset() noexcept {
   if (mapped_ > 0) {
-    ::munmap(slots_, mapped_);
+    unmapPages(slots_, mapped_);
   } else {
     std::free(slots_);
   }

@@ -42,6 +42,7 @@
 #include <cstdint>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -68,12 +69,26 @@ struct IndexHasher {
   }
 };
 
+// Fresh memory of its own mapping, for a large block. Faulting pages in by touching them costs
+// several times what faulting them in with one call does on a virtual machine (each first touch
+// is a trap the hypervisor sees), so the holders of such blocks fault them in a run of pages at a
+// time, ahead of use (populatePages).
+void* mapPages(std::size_t bytes);
+void unmapPages(void* at, std::size_t bytes);
+void populatePages(void* at, std::size_t bytes);
+std::size_t pageBytes();
+// What those mappings hold now, in bytes (memory accounting counts them beside the heap).
+std::size_t mappedBytes();
+
 // The members' storage: chunks that never move, so that growing never copies what is there (a
 // doubling vector copies every member, in one insertion, each time it fills, and on a virtual
 // machine faulting in the fresh copy costs more than the copy). The first chunk holds 16
 // members and grows like a vector up to them, from 4, since most maps are small (a flood set's
 // eight destinations) and should take no more than they use. The next chunks double from 32
-// members up to 8,192, and are all of 8,192 after that.
+// members up to 8,192, and are all of 8,192 after that. Every chunk but the last is full, so
+// the vector keeps only their addresses, and where the next member goes: an append reads
+// nothing but the vector itself and the slot it writes. Chunks of 64 KiB and more are mappings
+// of their own whose pages are faulted in sixteen at a time as appends reach them.
 template <class T>
 class ChunkedVector {
  public:
@@ -87,46 +102,51 @@ class ChunkedVector {
   static constexpr std::size_t doublingChunks = chunkBits - firstBits + 1;
   static constexpr std::size_t doublingHold = (std::size_t(2) << chunkBits) - firstSize;
 
+  ChunkedVector() = default;
+  ChunkedVector(ChunkedVector const&) = delete;
+  ChunkedVector& operator=(ChunkedVector const&) = delete;
+  ~ChunkedVector() { release(); }
+
   std::size_t size() const { return size_; }
   std::size_t capacity() const {
-    return chunks_.empty() ? 0 : chunks_.front().capacity() + held(chunks_.size()) - firstSize;
+    if (chunks_.empty()) return 0;
+    return chunks_.size() == 1 ? firstCapacity_ : held(chunks_.size());
   }
   T& operator[](std::size_t i) { return chunks_[chunkOf(i)][offsetIn(i)]; }
   T const& operator[](std::size_t i) const { return chunks_[chunkOf(i)][offsetIn(i)]; }
-  T& back() { return (*this)[size_ - 1]; }
+  T& back() { return tail_[-1]; }
+  // Where the next member goes, for a prefetch only: when the vector is full it is the end of
+  // the last chunk, or null.
+  T const* tail() const { return tail_; }
 
   void push_back(T&& value) {
-    if (size_ < firstSize) {
-      if (chunks_.empty()) chunks_.emplace_back();
-      std::vector<T>& first = chunks_.front();
-      if (first.size() == first.capacity()) {
-        first.reserve(std::min(firstSize, std::max(firstReserve, 2 * first.capacity())));
-      }
-      first.push_back(std::move(value));
-    } else {
-      if (size_ == capacity()) {
-        chunks_.emplace_back();
-        chunks_.back().reserve(held(chunks_.size()) - held(chunks_.size() - 1));
-      }
-      chunks_.back().push_back(std::move(value));
-    }
+    if (size_ == ready_) makeRoom();
+    ::new (static_cast<void*>(tail_)) T(std::move(value));
+    ++tail_;
     ++size_;
   }
   // Drops the members from position n on, and the chunks left empty but the first (a set that
   // empties and fills again, as flood sets do, keeps its one small chunk).
   void truncate(std::size_t n) {
-    while (size_ > n) {
-      std::vector<T>& last = chunks_.back();
-      std::size_t const drop = std::min(last.size(), size_ - n);
-      last.erase(last.end() - std::ptrdiff_t(drop), last.end());
-      size_ -= drop;
-      if (last.empty() && chunks_.size() > 1) chunks_.pop_back();
+    if (n >= size_) return;
+    for (std::size_t i = size_; i > n; --i) (*this)[i - 1].~T();
+    size_ = n;
+    std::size_t const keep = n == 0 ? 1 : chunkOf(n - 1) + 1;
+    while (chunks_.size() > keep) {
+      deallocate(chunks_.back(), chunks_.size() - 1);
+      chunks_.pop_back();
     }
+    // The next append looks again at what is faulted in past here.
+    ready_ = n;
+    tail_ = n == capacity() ? nullptr : &(*this)[n];
   }
   void clear() { truncate(0); }
   void release() {
-    std::vector<std::vector<T>>().swap(chunks_);
-    size_ = 0;
+    truncate(0);
+    if (!chunks_.empty()) deallocate(chunks_.front(), 0);
+    std::vector<T*>().swap(chunks_);
+    ready_ = firstCapacity_ = 0;
+    tail_ = nullptr;
   }
 
  private:
@@ -143,9 +163,79 @@ class ChunkedVector {
     if (i < doublingHold) return i + firstSize - std::bit_floor(i + firstSize);
     return (i - doublingHold) & (chunkSize - 1);
   }
+  std::size_t chunkCapacity(std::size_t c) const {
+    return c == 0 ? firstCapacity_ : held(c + 1) - held(c);
+  }
+  static constexpr std::size_t mappedFrom = std::size_t(64) * 1024;
+  static constexpr std::size_t populateRun = 16;  // pages
+  static bool isMapped(std::size_t c) {
+    return c > 0 && (held(c + 1) - held(c)) * sizeof(T) >= mappedFrom;
+  }
+  static std::size_t chunkBytes(std::size_t c) { return (held(c + 1) - held(c)) * sizeof(T); }
+  T* allocate(std::size_t c) {
+    if (isMapped(c)) return static_cast<T*>(mapPages(chunkBytes(c)));
+    return std::allocator<T>().allocate(held(c + 1) - held(c));
+  }
+  void deallocate(T* chunk, std::size_t c) {
+    if (isMapped(c)) return unmapPages(chunk, chunkBytes(c));
+    std::allocator<T>().deallocate(chunk, chunkCapacity(c));
+  }
 
-  std::vector<std::vector<T>> chunks_;
+  // Makes room for one more member: more of the last chunk faulted in, the first chunk grown
+  // by moving its members, or a chunk added.
+  void makeRoom() {
+    if (size_ == capacity()) {
+      grow();
+    } else if (isMapped(chunks_.size() - 1)) {
+      populateFromTail();
+    } else {
+      ready_ = capacity();
+    }
+  }
+  // Faults in the pages of a mapped last chunk from the one holding the tail's start, and counts
+  // ready the positions that lie wholly in what is faulted in.
+  void populateFromTail() {
+    std::size_t const c = chunks_.size() - 1;
+    auto* const base = reinterpret_cast<unsigned char*>(chunks_.back());
+    std::size_t const page = pageBytes();
+    std::size_t const from = (size_ - held(c)) * sizeof(T) / page * page;
+    std::size_t const to = std::min(chunkBytes(c), from + populateRun * page);
+    populatePages(base + from, to - from);
+    ready_ = held(c) + to / sizeof(T);
+  }
+  void grow() {
+    if (size_ < firstSize) {
+      std::size_t const cap = std::min(firstSize, std::max(firstReserve, 2 * firstCapacity_));
+      T* const fresh = std::allocator<T>().allocate(cap);
+      if (!chunks_.empty()) {
+        T* const old = chunks_.front();
+        for (std::size_t i = 0; i < size_; ++i) {
+          ::new (static_cast<void*>(fresh + i)) T(std::move(old[i]));
+          old[i].~T();
+        }
+        deallocate(old, 0);
+        chunks_.front() = fresh;
+      } else {
+        chunks_.push_back(fresh);
+      }
+      firstCapacity_ = ready_ = cap;
+      tail_ = fresh + size_;
+      return;
+    }
+    std::size_t const c = chunks_.size();
+    chunks_.reserve(c + 1);
+    T* const fresh = allocate(c);
+    chunks_.push_back(fresh);
+    tail_ = fresh;
+    ready_ = held(c + 1);
+    if (isMapped(c)) populateFromTail();
+  }
+
+  T* tail_ = nullptr;
   std::size_t size_ = 0;
+  std::size_t ready_ = 0;  // positions usable before more must be faulted in or allocated
+  std::size_t firstCapacity_ = 0;
+  std::vector<T*> chunks_;
 };
 
 // An index's slots, zero when free. A small index is one zeroed allocation. A large one is a
@@ -173,6 +263,7 @@ class IndexTable {
   bool empty() const { return size_ == 0; }
   uint64_t& operator[](std::size_t i) { return slots_[i]; }
   uint64_t operator[](std::size_t i) const { return slots_[i]; }
+  void prefetch(std::size_t i) const { __builtin_prefetch(slots_ + i); }
   void clear();
 
   // Faulting in: a table is ready to use once every page has been touched.
@@ -306,6 +397,14 @@ class OrderedMap {
   MemberPtr<V const> find(K const& k) const { return pointerTo(findRaw(k)); }
   MemberPtr<V> find(K const& k) { return pointerTo(const_cast<V*>(findRaw(k))); }
   bool contains(K const& k) const { return findRaw(k) != nullptr; }
+  // Starts bringing into cache the index slot where k's probe begins and the slot an insertion
+  // would fill. A walk over many keys that asks this for the next few before working on them
+  // takes their cache misses side by side rather than one after the other (in a large map
+  // nearly every key's index slot is a miss).
+  void prefetch(K const& k) const {
+    if (!index_.empty()) index_.prefetch(H()(k) & (index_.size() - 1));
+    __builtin_prefetch(members_.tail());
+  }
 
   // Inserts k at the end, or finds it where it is. Returns the value and whether it is new.
   template <class... Args>
@@ -486,6 +585,8 @@ class OrderedMap {
   void rebuildIndex(std::size_t want) {
     IndexTable old(indexSizeFor(want));
     std::swap(old, index_);
+    // Used at once, so faulted in at once (cheaper than page by page as lookups reach it).
+    index_.prepareAll();
     std::size_t const mask = index_.size() - 1;
     for (std::size_t s = 0; s < old.size(); ++s) {
       uint64_t const e = old[s];
@@ -507,14 +608,17 @@ class OrderedMap {
   // renames a member in whichever index names it. The walk ends within an eighth of the old
   // index's size in insertions, long before the new index is three quarters full.
   //
-  // The new index is made ready beforehand: from five eighths full, each insertion faults in a
-  // page of it (512 slots), so that it is ready by three quarters. A map shrunk far below its
+  // The new index is made ready beforehand: from five eighths full, every sixteenth insertion
+  // faults in sixteen pages of it (a page an insertion, 512 slots, in one call rather than
+  // sixteen faults), so that it is ready by three quarters. A map shrunk far below its
   // index prepares a smaller one the same way and migrates to it when it is ready, walking
   // proportionally more slots an insertion. The old index, once walked, is given back a page an
   // insertion (returning a page costs about as much as faulting one in).
   static constexpr std::size_t migrateLooks = 16;
   static constexpr std::size_t migrateAbove = 1024;  // smaller indexes are rebuilt at once
   static constexpr std::size_t preparePages = 1;
+  static constexpr std::size_t prepareEvery =
+      16;  // faulted in together, a call every 16 insertions
   static constexpr std::size_t releasePages = 1;
   void tendIndexes() {
     if (retired_.releasing()) retired_.releaseSome(releasePages);
@@ -524,7 +628,7 @@ class OrderedMap {
       nextIndex_ = IndexTable(2 * index_.size());
     }
     if (nextIndex_.empty()) return;
-    nextIndex_.prepareSome(preparePages);
+    if (members_.size() % prepareEvery == 0) nextIndex_.prepareSome(prepareEvery * preparePages);
     bool const shrinking = nextIndex_.size() < index_.size();
     if (shrinking && nextIndex_.prepared()) {
       // Unless the map grew back meanwhile.

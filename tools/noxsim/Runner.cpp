@@ -26,6 +26,7 @@
 #include "platform/trace/PrivateFile.h"
 #include "platform/trace/Sink.h"
 #include "platform/vel/Exception.h"
+#include "platform/vel/OrderedMap.h"
 #include "tools/noxsim/Options.h"
 #include "tools/noxsim/Text.h"
 
@@ -145,13 +146,14 @@ std::string processMetrics() {
          << resident * uint64_t(page) << '\n';
   }
 #ifdef __GLIBC__
-  // What the allocator has handed out and not had back: what the state itself holds, whatever
-  // free memory the allocator keeps mapped.
+  // What the allocator has handed out and not had back, with the large blocks collections map
+  // for themselves: what the state itself holds, whatever free memory the allocator keeps
+  // mapped.
   struct mallinfo2 const heap = ::mallinfo2();
   text << "# HELP noxsim_heap_in_use_bytes heap memory allocated and not freed at the end of the "
-          "run\n"
+          "run, collections' own mappings included\n"
        << "# TYPE noxsim_heap_in_use_bytes gauge\nnoxsim_heap_in_use_bytes "
-       << heap.uordblks + heap.hblkhd << '\n';
+       << heap.uordblks + heap.hblkhd + Vel::mappedBytes() << '\n';
 #endif
   return text.str();
 }

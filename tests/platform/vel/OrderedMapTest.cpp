@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <random>
 #include <unordered_map>
 #include <vector>
@@ -203,6 +204,31 @@ TEST(OrderedMap, ChurnKeepsItsStorageAndShrinkingGivesMemoryBack) {
   for (int k = 5 * n - 100; k < 5 * n; ++k) map.erase(k);
   for (int k = 0; k < 1000; ++k) map.erase(-1 - k);
   EXPECT_LE(map.capacity(), 1024u);
+}
+
+// Values that own something: each member holds one reference to a shared token, so the token's
+// count tells how many values are alive. Moves of the first chunk as it grows, chunks added and
+// dropped (some of them mapped on their own), reclamation sliding members down, and clearing must
+// neither lose a value without releasing it nor release one twice.
+TEST(OrderedMap, EveryValueIsReleasedOnceThroughGrowthReclamationAndClear) {
+  auto const token = std::make_shared<int>(0);
+  Vel::OrderedMap<int, std::shared_ptr<int>> map;
+  auto const heldByMap = [&] { return std::size_t(token.use_count() - 1); };
+  for (int k = 0; k < 12000; ++k) map.tryEmplace(k, token);
+  ASSERT_EQ(heldByMap(), 12000u);
+  for (int k = 0; k < 11000; ++k) map.erase(k);
+  EXPECT_EQ(heldByMap(), 1000u);
+  for (int k = 12000; k < 15000; ++k) map.tryEmplace(k, token);
+  EXPECT_EQ(heldByMap(), 4000u);
+  int expected = 11000;
+  for (auto [key, value] : map) {
+    ASSERT_EQ(key, expected++);
+    ASSERT_EQ(value, token);
+  }
+  map.clear();
+  EXPECT_EQ(heldByMap(), 0u);
+  for (int k = 0; k < 5; ++k) map.tryEmplace(k, token);
+  EXPECT_EQ(heldByMap(), 5u);
 }
 
 }  // namespace
