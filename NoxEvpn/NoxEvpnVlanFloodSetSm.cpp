@@ -33,6 +33,24 @@ namespace {
 MplsFloodSetVia viaOf(Dest const& dest) {
   return MplsFloodSetVia(dest.destDataMpls().tunnelId(), dest.destDataMpls().label);
 }
+
+// Calls work(key) for each member of a collection, having called prefetch(key) a few members
+// ahead: the members of a tunnel or a via lie in unrelated places of the large collections the
+// work looks up, and asking ahead overlaps those misses.
+constexpr int prefetchAhead = 4;
+template <class Coll, class Prefetch, class Work>
+void forEachPrefetched(Coll const& coll, Prefetch const& prefetch, Work const& work) {
+  auto ahead = coll.begin();
+  auto const end = coll.end();
+  for (int i = 0; i < prefetchAhead && ahead != end; ++i, ++ahead) prefetch(ahead.key());
+  for (auto at = coll.begin(); at != end; ++at) {
+    if (ahead != end) {
+      prefetch(ahead.key());
+      ++ahead;
+    }
+    work(at.key());
+  }
+}
 }  // namespace
 
 // Construction.
@@ -130,6 +148,11 @@ void EvpnVlanFloodSetSm::prefetchMappings(VlanId vlan, EthAddr const& mac,
   }
 }
 
+void EvpnVlanFloodSetSm::prefetchConfig(VlanMacDest const& d) const {
+  mplsDestHwConfigColl().prefetch(d);
+  vlanFloodSetHwConfig_->configColl().prefetch(d.pair());
+}
+
 // Flood-set handlers. A departed VLAN or flood set is still held by its reactor, so every one
 // of its former destinations is processed once more, now absent from the input.
 
@@ -201,7 +224,9 @@ void EvpnVlanFloodSetSm::handleHwTunnelIdMapping(TunnelId const& tunnelId) {
     return;
   }
   // The internal mappings hold exactly the input's destinations.
-  for (auto [d, flag] : dests->vlanMacDestSetColl()) processMplsDestConfig(d, true);
+  forEachPrefetched(
+      dests->vlanMacDestSetColl(), [this](VlanMacDest const& d) { prefetchConfig(d); },
+      [this](VlanMacDest const& d) { processMplsDestConfig(d, true); });
 }
 
 void EvpnVlanFloodSetSm::VelHwInfoMapping::onMapping(MplsFloodSetVia const& via) {
@@ -216,7 +241,9 @@ void EvpnVlanFloodSetSm::handleHwInfoMapping(MplsFloodSetVia const& via) {
     NOX_TRACE_CHANGE(" hwId is not ready ");
     return;
   }
-  for (auto [d, flag] : dests->vlanMacDestSetColl()) processMplsDestConfig(d, true);
+  forEachPrefetched(
+      dests->vlanMacDestSetColl(), [this](VlanMacDest const& d) { prefetchConfig(d); },
+      [this](VlanMacDest const& d) { processMplsDestConfig(d, true); });
 }
 
 // Status of programmed configurations: observed and traced only.

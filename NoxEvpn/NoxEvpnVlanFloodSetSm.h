@@ -125,6 +125,8 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
   void handleInitialized();
   void prefetchMappings(Bridging::VlanId vlan, Gantry::EthAddr const& mac,
                         L2Rib::FloodSet const& floodSet) const;
+  // Asks for the places of d's configuration, in the record and in the output.
+  void prefetchConfig(VlanMacDest const& d) const;
   void handleVlanFloodSet(VelVlanFloodSet& reactor);
   void handleFloodSet(VelFloodSet& reactor);
   void handleDestSet(VelFloodSet& reactor, L2Rib::Dest const& dest);

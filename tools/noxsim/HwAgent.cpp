@@ -88,46 +88,52 @@ HwAgent::HwAgent(World& world)
 
 HwAgent::~HwAgent() = default;
 
-void HwAgent::configPairIs(Pair const& pair) {
-  auto const member = world_.hwConfig->config(pair);
+namespace {
+
+// Numbers a pair that appears in a table (it goes last, as in the table) and watches its entity;
+// forgets a pair that left it.
+template <class Order, class Watch, class Member>
+void follow(Order& order, Pair const& pair, Member const& member, HwAgent* agent) {
   if (!member) {
-    configOrder_.number.erase(pair);
-    configOrder_.watch.erase(pair);
-  } else if (configOrder_.number.emplace(pair, configOrder_.next).second) {
-    ++configOrder_.next;
-    configOrder_.watch[pair] = std::make_unique<PairConfigWatch>(member, this);
+    order.pairs.erase(pair);
+    return;
   }
+  auto [numbered, added] = order.pairs.tryEmplace(pair);
+  if (!added) return;
+  numbered->number = order.next++;
+  numbered->watch = std::make_unique<Watch>(member, agent);
+}
+
+}  // namespace
+
+void HwAgent::configPairIs(Pair const& pair) {
+  follow<decltype(configOrder_), PairConfigWatch>(configOrder_, pair, world_.hwConfig->config(pair),
+                                                  this);
   pairChanged(pair);
 }
 
 void HwAgent::statusPairIs(Pair const& pair) {
-  auto const member = world_.hwStatus->status(pair);
-  if (!member) {
-    statusOrder_.number.erase(pair);
-    statusOrder_.watch.erase(pair);
-  } else if (statusOrder_.number.emplace(pair, statusOrder_.next).second) {
-    ++statusOrder_.next;
-    statusOrder_.watch[pair] = std::make_unique<PairStatusWatch>(member, this);
-  }
+  follow<decltype(statusOrder_), PairStatusWatch>(statusOrder_, pair, world_.hwStatus->status(pair),
+                                                  this);
   pairChanged(pair);
 }
 
 void HwAgent::pairChanged(Pair const& pair) {
-  toProgram_.insert(pair);
-  toPrune_.insert(pair);
-  toRemove_.insert(pair);
+  *changed_.tryEmplace(pair, uint8_t(0)).first |= program | prune | remove;
 }
 
 template <class PairWatch>
-std::vector<Pair> HwAgent::takeInOrder(PairSet& changed, PairOrder<PairWatch> const& order) {
+std::vector<Pair> HwAgent::takeInOrder(Step step, PairOrder<PairWatch> const& order) {
   std::vector<std::pair<uint64_t, Pair>> numbered;
-  for (Pair const& pair : changed) {
-    auto const it = order.number.find(pair);
-    if (it != order.number.end()) numbered.emplace_back(it->second, pair);
+  for (auto at = changed_.begin(); at != changed_.end(); ++at) {
+    uint8_t& awaits = at.value();
+    if (!(awaits & step)) continue;
+    Pair const pair = at.key();
+    if (auto const known = order.pairs.find(pair)) numbered.emplace_back(known->number, pair);
+    awaits &= uint8_t(~step);
+    // Removal keeps the iteration going; emptied, the map gives its memory back.
+    if (awaits == 0) changed_.erase(pair);
   }
-  // Not clear(): that wipes every bucket, and a set once grown to every pair of a cold start
-  // would cost each later step a pass over all of them.
-  PairSet().swap(changed);
   std::sort(numbered.begin(), numbered.end(),
             [](auto const& a, auto const& b) { return a.first < b.first; });
   std::vector<Pair> pairs;
@@ -146,7 +152,7 @@ bool HwAgent::react() {
 
 bool HwAgent::markProgrammed() {
   std::vector<std::pair<Pair, MplsDestConfig>> unprogrammed;
-  for (Pair const& pair : takeInOrder(toProgram_, configOrder_)) {
+  for (Pair const& pair : takeInOrder(program, configOrder_)) {
     for (auto [config, present] : world_.hwConfig->config(pair)->mplsDestConfigColl()) {
       if (!isProgrammed(world_, pair, config)) unprogrammed.emplace_back(pair, config);
     }
@@ -162,7 +168,7 @@ bool HwAgent::markProgrammed() {
 
 bool HwAgent::removeUnpublishedStatuses() {
   std::vector<std::pair<Pair, MplsDestConfig>> stale;
-  for (Pair const& pair : takeInOrder(toPrune_, statusOrder_)) {
+  for (Pair const& pair : takeInOrder(prune, statusOrder_)) {
     for (auto [config, value] : world_.hwStatus->status(pair)->mplsDestStatusColl()) {
       if (!isPublished(world_, pair, config)) stale.emplace_back(pair, config);
     }
@@ -177,7 +183,7 @@ bool HwAgent::removeUnpublishedStatuses() {
 
 bool HwAgent::removeUnconfiguredPairs() {
   std::vector<Pair> stale;
-  for (Pair const& pair : takeInOrder(toRemove_, statusOrder_)) {
+  for (Pair const& pair : takeInOrder(remove, statusOrder_)) {
     if (!hasPublishedConfig(world_, pair)) stale.push_back(pair);
   }
   bool changed = false;

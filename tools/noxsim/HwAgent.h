@@ -18,10 +18,9 @@
 
 #include <cstdint>
 #include <memory>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
+#include "platform/vel/OrderedMap.h"
 #include "tools/noxsim/OutsideAgent.h"
 #include "tools/noxsim/World.h"
 
@@ -44,25 +43,28 @@ class HwAgent : public OutsideAgent {
   class PairConfigWatch;
   class StatusWatch;
   class PairStatusWatch;
-  struct PairHash {
-    std::size_t operator()(Pair const& p) const { return p.hash(); }
-  };
-  using PairSet = std::unordered_set<Pair, PairHash>;
   // A table's pairs numbered in its iteration order, with a watch on each pair's entity.
   template <class PairWatch>
+  struct Numbered {
+    uint64_t number = 0;
+    std::unique_ptr<PairWatch> watch;
+  };
+  template <class PairWatch>
   struct PairOrder {
-    std::unordered_map<Pair, uint64_t, PairHash> number;
-    std::unordered_map<Pair, std::unique_ptr<PairWatch>, PairHash> watch;
+    Vel::OrderedMap<Pair, Numbered<PairWatch>> pairs;
     uint64_t next = 0;
   };
+  // The steps, as bits of what a changed pair still awaits.
+  enum Step : uint8_t { program = 1, prune = 2, remove = 4 };
 
   void configPairIs(Pair const& pair);
   void statusPairIs(Pair const& pair);
   // A pair's configuration or status changed: every step looks at it again.
   void pairChanged(Pair const& pair);
-  // The pairs of `changed` still in the table, in its order; `changed` is emptied.
+  // The changed pairs awaiting `step` that are still in the table, in its order; they no longer
+  // await it.
   template <class PairWatch>
-  static std::vector<Pair> takeInOrder(PairSet& changed, PairOrder<PairWatch> const& order);
+  std::vector<Pair> takeInOrder(Step step, PairOrder<PairWatch> const& order);
 
   bool markProgrammed();
   bool removeUnpublishedStatuses();
@@ -74,10 +76,8 @@ class HwAgent : public OutsideAgent {
   std::unique_ptr<StatusWatch> statusWatch_;
   PairOrder<PairConfigWatch> configOrder_;
   PairOrder<PairStatusWatch> statusOrder_;
-  // Pairs each step has yet to look at.
-  PairSet toProgram_;
-  PairSet toPrune_;
-  PairSet toRemove_;
+  // Pairs some step has yet to look at, with the steps (bits) that have.
+  Vel::OrderedMap<Pair, uint8_t> changed_;
 };
 
 }  // namespace Noxsim
