@@ -251,6 +251,17 @@ Segment Segment::anonymous(std::string const& table) { return Segment(table, -1,
 void Segment::resize(std::size_t bytes) {
   if (bytes <= bytes_) return;
   if (access_ == Access::process) {
+#ifdef MREMAP_MAYMOVE
+    // Where the kernel can move a mapping, the table keeps its pages: a copy would fault in
+    // every page of the new mapping within the one insertion that grows the table.
+    if (base_) {
+      void* p = ::mremap(base_, bytes_, bytes, MREMAP_MAYMOVE);
+      if (p == MAP_FAILED) throw OpenException(table_, systemError("mremap"));
+      base_ = static_cast<std::byte*>(p);
+      bytes_ = bytes;
+      return;
+    }
+#endif
     void* p = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (p == MAP_FAILED) throw OpenException(table_, systemError("mmap"));
     if (base_) std::memcpy(p, base_, bytes_);
