@@ -116,7 +116,7 @@ class ChunkedVector {
   T const& operator[](std::size_t i) const { return chunks_[chunkOf(i)][offsetIn(i)]; }
   T& back() { return tail_[-1]; }
   // Where the next member goes, for a prefetch only: when the vector is full it is the end of
-  // the last chunk, or null.
+  // the last chunk (null before the first).
   T const* tail() const { return tail_; }
 
   void push_back(T&& value) {
@@ -138,7 +138,7 @@ class ChunkedVector {
     }
     // The next append looks again at what is faulted in past here.
     ready_ = n;
-    tail_ = n == capacity() ? nullptr : &(*this)[n];
+    tail_ = n == capacity() ? chunks_.back() + chunkCapacity(chunks_.size() - 1) : &(*this)[n];
   }
   void clear() { truncate(0); }
   void release() {
@@ -617,8 +617,8 @@ class OrderedMap {
   static constexpr std::size_t migrateLooks = 16;
   static constexpr std::size_t migrateAbove = 1024;  // smaller indexes are rebuilt at once
   static constexpr std::size_t preparePages = 1;
-  static constexpr std::size_t prepareEvery =
-      16;  // faulted in together, a call every 16 insertions
+  // Pages faulted in together: a call every this many insertions.
+  static constexpr std::size_t prepareEvery = 16;
   static constexpr std::size_t releasePages = 1;
   void tendIndexes() {
     if (retired_.releasing()) retired_.releaseSome(releasePages);
