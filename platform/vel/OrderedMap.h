@@ -163,18 +163,16 @@ class ChunkedVector {
     if (i < doublingHold) return i + firstSize - std::bit_floor(i + firstSize);
     return (i - doublingHold) & (chunkSize - 1);
   }
-  std::size_t chunkCapacity(std::size_t c) const {
-    return c == 0 ? firstCapacity_ : held(c + 1) - held(c);
-  }
+  // Positions of chunk c at its full size; the first may hold fewer while it grows.
+  static std::size_t fullSize(std::size_t c) { return held(c + 1) - held(c); }
+  std::size_t chunkCapacity(std::size_t c) const { return c == 0 ? firstCapacity_ : fullSize(c); }
   static constexpr std::size_t mappedFrom = std::size_t(64) * 1024;
   static constexpr std::size_t populateRun = 16;  // pages
-  static bool isMapped(std::size_t c) {
-    return c > 0 && (held(c + 1) - held(c)) * sizeof(T) >= mappedFrom;
-  }
-  static std::size_t chunkBytes(std::size_t c) { return (held(c + 1) - held(c)) * sizeof(T); }
+  static std::size_t chunkBytes(std::size_t c) { return fullSize(c) * sizeof(T); }
+  static bool isMapped(std::size_t c) { return c > 0 && chunkBytes(c) >= mappedFrom; }
   T* allocate(std::size_t c) {
     if (isMapped(c)) return static_cast<T*>(mapPages(chunkBytes(c)));
-    return std::allocator<T>().allocate(held(c + 1) - held(c));
+    return std::allocator<T>().allocate(fullSize(c));
   }
   void deallocate(T* chunk, std::size_t c) {
     if (isMapped(c)) return unmapPages(chunk, chunkBytes(c));

@@ -92,7 +92,7 @@ namespace {
 
 // Numbers a pair that appears in a table (it goes last, as in the table) and watches its entity;
 // forgets a pair that left it.
-template <class Order, class Watch, class Member>
+template <class Watch, class Order, class Member>
 void follow(Order& order, Pair const& pair, Member const& member, HwAgent* agent) {
   if (!member) {
     order.pairs.erase(pair);
@@ -107,14 +107,12 @@ void follow(Order& order, Pair const& pair, Member const& member, HwAgent* agent
 }  // namespace
 
 void HwAgent::configPairIs(Pair const& pair) {
-  follow<decltype(configOrder_), PairConfigWatch>(configOrder_, pair, world_.hwConfig->config(pair),
-                                                  this);
+  follow<PairConfigWatch>(configOrder_, pair, world_.hwConfig->config(pair), this);
   pairChanged(pair);
 }
 
 void HwAgent::statusPairIs(Pair const& pair) {
-  follow<decltype(statusOrder_), PairStatusWatch>(statusOrder_, pair, world_.hwStatus->status(pair),
-                                                  this);
+  follow<PairStatusWatch>(statusOrder_, pair, world_.hwStatus->status(pair), this);
   pairChanged(pair);
 }
 
