@@ -15,6 +15,8 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <optional>
+#include <utility>
 #include <ostream>
 #include <sstream>
 
@@ -100,17 +102,28 @@ int reportFailure(Sim& sim) {
 }  // namespace
 
 int runScript(Script const& script, Sim& sim) {
-  Step const* errorStep = nullptr;
-  for (Step const& step : script.steps()) {
-    if (sim.pendingError() && !step.checksError) break;
-    sim.locationIs(script.fileName(step), step.line);
-    bool const hadError = sim.pendingError().has_value();
-    execute(step, sim);
-    if (sim.failed()) return reportFailure(sim);
-    if (!hadError && sim.pendingError()) errorStep = &step;
+  // Where the error that no `expect error` took was raised.
+  std::optional<std::pair<uint32_t, uint32_t>> errorAt;
+  std::string readError;
+  bool const read = script.forEachStep(
+      [&](Step const& step) {
+        if (sim.pendingError() && !step.checksError) return false;
+        sim.locationIs(script.fileName(step.file), step.line);
+        bool const hadError = sim.pendingError().has_value();
+        execute(step, sim);
+        if (sim.failed()) return false;
+        if (!hadError && sim.pendingError()) errorAt = {step.file, step.line};
+        return true;
+      },
+      readError);
+  if (sim.failed()) return reportFailure(sim);
+  if (!read) {
+    sim.out().flush();
+    sim.err() << "noxsim: " << readError << '\n';
+    return exitFailed;
   }
   if (sim.pendingError()) {
-    sim.locationIs(script.fileName(*errorStep), errorStep->line);
+    sim.locationIs(script.fileName(errorAt->first), errorAt->second);
     sim.fail(cat("unexpected error: ", *sim.pendingError(),
                  "\n(a command that raises an error is followed by `expect error TEXT`)"));
     return reportFailure(sim);

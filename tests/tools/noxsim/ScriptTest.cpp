@@ -4,10 +4,42 @@
 
 #include <gtest/gtest.h>
 
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
 #include <sstream>
 
 namespace Noxsim {
 namespace {
+
+// Where each step of a script is, in the order the run gets them.
+struct Place {
+  uint32_t file;
+  uint32_t line;
+  bool checksError;
+  friend bool operator==(Place const&, Place const&) = default;
+};
+
+std::vector<Place> places(Script const& script, std::string& error) {
+  std::vector<Place> found;
+  bool const read = script.forEachStep(
+      [&](Step const& step) {
+        found.push_back({step.file, step.line, step.checksError});
+        return bool(step.action);
+      },
+      error);
+  if (!read) found.clear();
+  return found;
+}
+
+std::vector<Place> places(Script const& script) {
+  std::string error;
+  auto found = places(script, error);
+  EXPECT_EQ(error, "");
+  return found;
+}
 
 // The error of parsing `text` as file "s.nox", empty when it parses.
 std::string parseError(std::string_view text) {
@@ -23,10 +55,9 @@ TEST(ScriptTest, CommentsAndBlankLinesMakeNoStepsButCountAsLines) {
   ASSERT_TRUE(
       script.addText("s.nox", "# heading\n\n  start filter  # all of it\r\n\ttrace 8\n", error))
       << error;
-  ASSERT_EQ(script.steps().size(), 2u);
-  EXPECT_EQ(script.steps()[0].line, 3u);
-  EXPECT_EQ(script.steps()[1].line, 4u);
-  EXPECT_EQ(script.fileName(script.steps()[1]), "s.nox");
+  EXPECT_EQ(script.stepCount(), 2u);
+  EXPECT_EQ(places(script), (std::vector<Place>{{0, 3, false}, {0, 4, false}}));
+  EXPECT_EQ(script.fileName(0), "s.nox");
 }
 
 TEST(ScriptTest, MalformedLinesNameFileLineCommandAndWord) {
@@ -72,8 +103,9 @@ TEST(ScriptTest, BlocksRunToEndAndAMissingEndNamesTheCommand) {
                              "expect trace\n|  end\n  end  # closes\nstart\n",
                              error))
       << error;
-  ASSERT_EQ(script.steps().size(), 3u);
-  EXPECT_EQ(script.steps()[2].line, 7u);
+  auto const found = places(script);
+  ASSERT_EQ(found.size(), 3u);
+  EXPECT_EQ(found[2].line, 7u);
 
   EXPECT_EQ(parseError("start\nexpect floodset-filtered  # open\n  source 0\n"),
             "s.nox:2: expect floodset-filtered: missing 'end'");
@@ -88,8 +120,7 @@ TEST(ScriptTest, ExpectErrorTakesTheRestOfTheLineAsText) {
   Script script;
   std::string error;
   ASSERT_TRUE(script.addText("s.nox", "expect error value=5 not allowed\"\n", error)) << error;
-  ASSERT_EQ(script.steps().size(), 1u);
-  EXPECT_TRUE(script.steps()[0].checksError);
+  EXPECT_EQ(places(script), (std::vector<Place>{{0, 1, true}}));
 }
 
 TEST(ScriptTest, FilesAreReadWholeAndStdinIsDash) {
@@ -97,7 +128,7 @@ TEST(ScriptTest, FilesAreReadWholeAndStdinIsDash) {
   std::string error;
   std::istringstream in("start filter\n");
   ASSERT_TRUE(script.addFile("-", in, error)) << error;
-  EXPECT_EQ(script.fileName(script.steps()[0]), "-");
+  EXPECT_EQ(script.fileName(0), "-");
   EXPECT_FALSE(script.addFile("/nonexistent/x.nox", in, error));
   EXPECT_EQ(error, "cannot read /nonexistent/x.nox: No such file or directory");
   EXPECT_FALSE(script.addFile("/", in, error));
@@ -116,6 +147,95 @@ TEST(ScriptTest, OverlongLinesAreRefusedWhereTheyStart) {
   EXPECT_TRUE(script.addFile("-", fits, error)) << error;
   EXPECT_FALSE(script.addFile("/dev/zero", in, error));
   EXPECT_EQ(error, "/dev/zero:1: line longer than 65536 bytes");
+}
+
+class ScriptFileTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char const* tmp = std::getenv("TMPDIR");
+    dir_ = std::string(tmp ? tmp : "/tmp") + "/noxsim-script-XXXXXX";
+    ASSERT_NE(::mkdtemp(dir_.data()), nullptr);
+  }
+  void TearDown() override {
+    for (auto const& file : written_) ::unlink(file.c_str());
+    ::rmdir(dir_.c_str());
+  }
+  std::string write(std::string const& name, std::string const& text) {
+    std::string const path = dir_ + "/" + name;
+    std::ofstream(path, std::ios::trunc) << text;
+    written_.push_back(path);
+    return path;
+  }
+
+  std::string dir_;
+  std::vector<std::string> written_;
+};
+
+// A regular file is read again as the steps run, a block-sized read at a time: lines that straddle
+// reads, blocks, a last line without its newline and a second file all come back as parsed.
+TEST_F(ScriptFileTest, FilesAreParsedAgainAsTheyRun) {
+  std::string text;
+  for (int i = 0; i < 4000; ++i) text += "l2rib floodset add 10 00:00:00:00:00:01 none/" + std::to_string(i) + "  # padding\n";
+  text += "expect floodset\n  source 0\nend\nexpect error late";
+  auto const first = write("a.nox", text);
+  auto const second = write("b.nox", "\nstart filter\n");
+  Script script;
+  std::string error;
+  std::istringstream in;
+  ASSERT_TRUE(script.addFile(first, in, error)) << error;
+  ASSERT_TRUE(script.addFile(second, in, error)) << error;
+  EXPECT_EQ(script.stepCount(), 4003u);
+  auto const found = places(script);
+  ASSERT_EQ(found.size(), 4003u);
+  EXPECT_EQ(found[3999], (Place{0, 4000, false}));
+  EXPECT_EQ(found[4000], (Place{0, 4001, false}));
+  EXPECT_EQ(found[4001], (Place{0, 4004, true}));
+  EXPECT_EQ(found[4002], (Place{1, 2, false}));
+
+  // The walk stops where the taker says.
+  std::size_t taken = 0;
+  EXPECT_TRUE(script.forEachStep([&](Step const&) { return ++taken < 10; }, error));
+  EXPECT_EQ(taken, 10u);
+}
+
+// What runs is what was parsed: a file changed or removed after parsing stops the run, with its
+// name, before any of its steps.
+TEST_F(ScriptFileTest, AFileChangedAfterParsingIsNotRun) {
+  auto const path = write("a.nox", "start filter\n");
+  Script script;
+  std::string error;
+  std::istringstream in;
+  ASSERT_TRUE(script.addFile(path, in, error)) << error;
+  write("a.nox", "start filter floodset\n");
+  EXPECT_TRUE(places(script, error).empty());
+  EXPECT_EQ(error, path + ": changed since it was parsed");
+  ::unlink(path.c_str());
+  EXPECT_TRUE(places(script, error).empty());
+  EXPECT_EQ(error, "cannot read " + path + ": No such file or directory");
+}
+
+// A file that cannot be read twice (a pipe) is kept from its first reading.
+TEST_F(ScriptFileTest, APipeIsKeptFromItsFirstReading) {
+  int fds[2];
+  ASSERT_EQ(::pipe(fds), 0);
+  std::string const text = "start filter\ntrace 8\n";
+  ASSERT_EQ(::write(fds[1], text.data(), text.size()), ssize_t(text.size()));
+  ::close(fds[1]);
+  Script script;
+  std::string error;
+  std::istringstream in;
+  ASSERT_TRUE(script.addFile("/dev/fd/" + std::to_string(fds[0]), in, error)) << error;
+  ::close(fds[0]);
+  EXPECT_EQ(places(script), (std::vector<Place>{{0, 1, false}, {0, 2, false}}));
+}
+
+TEST_F(ScriptFileTest, AnOverlongLineOfAFileIsRefusedWhereItStarts) {
+  auto const path = write("a.nox", "start filter\n\n# " + std::string(Script::maxLineBytes, 'x') + "\n");
+  Script script;
+  std::string error;
+  std::istringstream in;
+  EXPECT_FALSE(script.addFile(path, in, error));
+  EXPECT_EQ(error, path + ":3: line longer than 65536 bytes");
 }
 
 }  // namespace
