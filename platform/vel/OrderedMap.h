@@ -42,6 +42,7 @@
 #include <cstdint>
 #include <iterator>
 #include <limits>
+#include <tuple>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -118,6 +119,12 @@ class ChunkedVector {
   // Where the next member goes, for a prefetch only: when the vector is full it is the end of
   // the last chunk (null before the first).
   T const* tail() const { return tail_; }
+  // Position i and the end of the chunk holding it: a walk steps through a chunk by pointer and
+  // looks a position up again only where the chunk ends.
+  std::pair<T*, T*> run(std::size_t i) const {
+    std::size_t const c = chunkOf(i);
+    return {chunks_[c] + offsetIn(i), chunks_[c] + chunkCapacity(c)};
+  }
 
   void push_back(T&& value) {
     if (size_ == ready_) makeRoom();
@@ -336,6 +343,7 @@ class OrderedMap {
     Iterator& operator++() {
       check();
       ++i_;
+      ++p_;
       skipDead();
       return *this;
     }
@@ -353,7 +361,7 @@ class OrderedMap {
    private:
     auto& member() const {
       check();
-      return m_->members_[i_];
+      return *p_;
     }
     void check() const {
 #if NOX_CHECKED_COLLECTIONS
@@ -361,14 +369,21 @@ class OrderedMap {
 #endif
     }
     void skipDead() {
-      while (i_ < m_->members_.size() && !m_->members_[i_].live) ++i_;
+      for (std::size_t const size = m_->members_.size(); i_ < size; ++i_, ++p_) {
+        if (p_ == runEnd_) std::tie(p_, runEnd_) = m_->members_.run(i_);
+        if (p_->live) return;
+      }
     }
     // Position with every end iterator equal, whatever the map's size now.
     std::size_t at() const {
       return m_ && i_ < m_->members_.size() ? i_ : std::numeric_limits<std::size_t>::max();
     }
+    using MemberT = std::conditional_t<std::is_const_v<Map>, Member const, Member>;
     Map* m_ = nullptr;
     std::size_t i_ = 0;
+    // Member i_ and the end of its chunk, while i_ is within the members.
+    MemberT* p_ = nullptr;
+    MemberT* runEnd_ = nullptr;
 #if NOX_CHECKED_COLLECTIONS
     ChangeCount taken_ = 0;
 #endif
@@ -386,7 +401,7 @@ class OrderedMap {
     reshaped();
     reclaimAll();
     migrateAll();
-    nextIndex_ = IndexTable();
+    if (migration_) migration_->nextIndex = IndexTable();
     if (n * 4 >= index_.size() * 3) rebuildIndex(n);
   }
   // Member slots allocated, live or not: what the map holds in memory, in members.
@@ -428,7 +443,7 @@ class OrderedMap {
     changed();
     Member& m = members_[memberAt(slot)];
     if (slot.old) {
-      oldIndex_[slot.at] = tombstone;
+      migration_->oldIndex[slot.at] = tombstone;
     } else {
       unindex(index_, slot.at);
     }
@@ -471,7 +486,7 @@ class OrderedMap {
     return slot ? &members_[memberAt(slot)].value : nullptr;
   }
   uint32_t memberAt(Slot slot) const {
-    return memberOf(slot.old ? oldIndex_[slot.at] : index_[slot.at]);
+    return memberOf(slot.old ? migration_->oldIndex[slot.at] : index_[slot.at]);
   }
   void dropAll() {
     if (members_.capacity() > keptEmpty) {
@@ -483,10 +498,7 @@ class OrderedMap {
       members_.clear();
       index_.clear();
     }
-    oldIndex_ = IndexTable();
-    nextIndex_ = IndexTable();
-    retired_ = IndexTable();
-    migrateSlot_ = 0;
+    migration_.reset();
     live_ = head_ = 0;
     reclaiming_ = false;
   }
@@ -506,7 +518,7 @@ class OrderedMap {
   // Where k is indexed, if it is.
   Slot lookup(K const& k, uint32_t h) const {
     uint32_t const at = probe(index_, k, h);
-    if (at != notFound || oldIndex_.empty()) return {at, false};
+    if (at != notFound || !migrating()) return {at, false};
     return {probeOld(k, h), true};
   }
   // The slot of `table` holding k, or notFound.
@@ -524,11 +536,12 @@ class OrderedMap {
   // The slot of the index being migrated holding k, or notFound. Slots behind the migration's
   // walk are copied already: what they name is in the new index, or gone.
   uint32_t probeOld(K const& k, uint32_t h) const {
-    std::size_t const mask = oldIndex_.size() - 1;
+    IndexTable const& old = migration_->oldIndex;
+    std::size_t const mask = old.size() - 1;
     for (std::size_t i = h & mask;; i = (i + 1) & mask) {
-      uint64_t const e = oldIndex_[i];
+      uint64_t const e = old[i];
       if (e == emptyEntry) return notFound;
-      if (i >= migrateSlot_ && uint32_t(e >> 32) == h && namesMember(e) &&
+      if (i >= migration_->slot && uint32_t(e >> 32) == h && namesMember(e) &&
           members_[memberOf(e)].key == k) {
         return static_cast<uint32_t>(i);
       }
@@ -571,7 +584,8 @@ class OrderedMap {
   uint64_t& entryNaming(uint32_t h, uint32_t n) {
     uint32_t const at = slotOfMember(index_, h, n);
     if (at != notFound) return index_[at];
-    return oldIndex_[slotOfMember(oldIndex_, h, n, migrateSlot_)];
+    IndexTable& old = migration_->oldIndex;
+    return old[slotOfMember(old, h, n, migration_->slot)];
   }
   static std::size_t indexSizeFor(std::size_t members) {
     std::size_t size = 8;
@@ -618,54 +632,77 @@ class OrderedMap {
   // Pages faulted in together: a call every this many insertions.
   static constexpr std::size_t prepareEvery = 16;
   static constexpr std::size_t releasePages = 1;
+  // What a migration needs besides the index in use. Only a large map ever migrates, so it is
+  // kept out of line, made when first needed: most maps are small (a flood set's destinations),
+  // and a few hundred thousand of them would each carry three empty tables inline.
+  struct Migration {
+    IndexTable oldIndex;               // while migrating, the index being emptied
+    IndexTable nextIndex;              // the index being made ready for the next migration
+    IndexTable retired;                // a migrated index being given back
+    std::size_t slot = 0;              // the next slot of oldIndex the migration copies
+    std::size_t step = migrateLooks;  // slots copied an insertion
+  };
+  bool migrating() const { return migration_ && !migration_->oldIndex.empty(); }
+  Migration& migration() {
+    if (!migration_) migration_ = std::make_unique<Migration>();
+    return *migration_;
+  }
   void tendIndexes() {
-    if (retired_.releasing()) retired_.releaseSome(releasePages);
-    if (!oldIndex_.empty()) return;
-    if (nextIndex_.empty() && index_.size() >= migrateAbove &&
+    if (!migration_ && index_.size() < migrateAbove) return;
+    Migration& m = migration();
+    if (m.retired.releasing()) m.retired.releaseSome(releasePages);
+    if (!m.oldIndex.empty()) return;
+    if (m.nextIndex.empty() && index_.size() >= migrateAbove &&
         (live_ + 1) * 8 > index_.size() * 5) {
-      nextIndex_ = IndexTable(2 * index_.size());
+      m.nextIndex = IndexTable(2 * index_.size());
     }
-    if (nextIndex_.empty()) return;
-    if (members_.size() % prepareEvery == 0) nextIndex_.prepareSome(prepareEvery * preparePages);
-    bool const shrinking = nextIndex_.size() < index_.size();
-    if (shrinking && nextIndex_.prepared()) {
+    if (m.nextIndex.empty()) return;
+    if (members_.size() % prepareEvery == 0) m.nextIndex.prepareSome(prepareEvery * preparePages);
+    bool const shrinking = m.nextIndex.size() < index_.size();
+    if (shrinking && m.nextIndex.prepared()) {
       // Unless the map grew back meanwhile.
-      if ((live_ + 1) * 4 <= nextIndex_.size() * 3) {
+      if ((live_ + 1) * 4 <= m.nextIndex.size() * 3) {
         startMigration();
       } else {
-        nextIndex_ = IndexTable();
+        m.nextIndex = IndexTable();
       }
     }
   }
   void growIndex() {
     migrateAll();
     if (index_.size() < migrateAbove) {
-      nextIndex_ = IndexTable();
+      if (migration_) migration_->nextIndex = IndexTable();
       rebuildIndex(live_ + 1);
       return;
     }
-    if (nextIndex_.size() != 2 * index_.size()) nextIndex_ = IndexTable(2 * index_.size());
-    nextIndex_.prepareAll();
+    Migration& m = migration();
+    if (m.nextIndex.size() != 2 * index_.size()) m.nextIndex = IndexTable(2 * index_.size());
+    m.nextIndex.prepareAll();
     startMigration();
   }
   void startMigration() {
-    oldIndex_ = std::move(index_);
-    index_ = std::move(nextIndex_);
-    migrateSlot_ = 0;
-    migrateStep_ = std::max(migrateLooks, migrateLooks * oldIndex_.size() / index_.size());
+    Migration& m = *migration_;
+    m.oldIndex = std::move(index_);
+    index_ = std::move(m.nextIndex);
+    m.slot = 0;
+    m.step = std::max(migrateLooks, migrateLooks * m.oldIndex.size() / index_.size());
   }
-  void migrateSome() { migrateSteps(migrateStep_); }
-  void migrateAll() { migrateSteps(oldIndex_.size()); }
+  void migrateSome() {
+    if (migrating()) migrateSteps(migration_->step);
+  }
+  void migrateAll() {
+    if (migrating()) migrateSteps(migration_->oldIndex.size());
+  }
   void migrateSteps(std::size_t looks) {
-    if (oldIndex_.empty()) return;
-    std::size_t const end = std::min(oldIndex_.size(), migrateSlot_ + looks);
-    for (; migrateSlot_ < end; ++migrateSlot_) {
-      uint64_t const e = oldIndex_[migrateSlot_];
+    Migration& m = *migration_;
+    std::size_t const end = std::min(m.oldIndex.size(), m.slot + looks);
+    for (; m.slot < end; ++m.slot) {
+      uint64_t const e = m.oldIndex[m.slot];
       if (namesMember(e)) index_[freeSlotFor(index_, uint32_t(e >> 32))] = e;
     }
-    if (migrateSlot_ < oldIndex_.size()) return;
-    retired_ = std::move(oldIndex_);
-    retired_.retire();
+    if (m.slot < m.oldIndex.size()) return;
+    m.retired = std::move(m.oldIndex);
+    m.retired.retire();
   }
 
   // Reclamation of dead member slots. It starts once dead slots outnumber half the live members,
@@ -720,18 +757,14 @@ class OrderedMap {
   // After a reclamation the chunks past the live members are gone already; an index sixteen
   // times too large migrates to one of its size.
   void giveBackMemory() {
-    if (oldIndex_.empty() && index_.size() > 2 * keptEmpty && live_ * 16 <= index_.size()) {
-      nextIndex_ = IndexTable(indexSizeFor(live_));
+    if (!migrating() && index_.size() > 2 * keptEmpty && live_ * 16 <= index_.size()) {
+      migration().nextIndex = IndexTable(indexSizeFor(live_));
     }
   }
 
   ChunkedVector<Member> members_;
-  IndexTable index_;                        // while migrating, the new index
-  IndexTable oldIndex_;                     // while migrating, the index being emptied
-  IndexTable nextIndex_;                    // the index being made ready for the next migration
-  IndexTable retired_;                      // a migrated index being given back
-  std::size_t migrateSlot_ = 0;             // the next slot of oldIndex_ the migration copies
-  std::size_t migrateStep_ = migrateLooks;  // slots copied an insertion
+  IndexTable index_;  // while migrating, the new index
+  std::unique_ptr<Migration> migration_;
   std::size_t live_ = 0;
   std::size_t head_ = 0;  // first live member
   bool reclaiming_ = false;
