@@ -81,15 +81,18 @@ std::size_t pageBytes();
 // What those mappings hold now, in bytes (memory accounting counts them beside the heap).
 std::size_t mappedBytes();
 
-// The members' storage: chunks that never move, so that growing never copies what is there (a
-// doubling vector copies every member, in one insertion, each time it fills, and on a virtual
-// machine faulting in the fresh copy costs more than the copy). The first chunk holds 16
-// members and grows like a vector up to them, from 4, since most maps are small (a flood set's
-// eight destinations) and should take no more than they use. The next chunks double from 32
-// members up to 8,192, and are all of 8,192 after that. Every chunk but the last is full, so
-// the vector keeps only their addresses, and where the next member goes: an append reads
-// nothing but the vector itself and the slot it writes. Chunks of 64 KiB and more are mappings
-// of their own whose pages are faulted in sixteen at a time as appends reach them.
+// The members' storage: chunks that never move once full, so that growing never copies what is
+// there (a doubling vector copies every member, in one insertion, each time it fills, and on a
+// virtual machine faulting in the fresh copy costs more than the copy). The first chunk holds 16
+// members, the next ones double from 32 members up to 8,192, and are all of 8,192 after that.
+// The last chunk, while it is allocated rather than mapped, grows like a vector up to its full
+// size, from a quarter of it (from 4 members for the first): most maps are small (a flood set's
+// eight destinations) or middling (the few hundred destinations using one tunnel), and a chunk
+// as large as everything before it would leave up to half the map's memory unused. Every chunk
+// but the last is full, so the vector keeps only their addresses, and where the next member
+// goes: an append reads nothing but the vector itself and the slot it writes. Chunks of 64 KiB
+// and more are mappings of their own whose pages are faulted in sixteen at a time as appends
+// reach them, so what they do not hold yet takes no memory.
 template <class T>
 class ChunkedVector {
  public:
@@ -111,7 +114,7 @@ class ChunkedVector {
   std::size_t size() const { return size_; }
   std::size_t capacity() const {
     if (chunks_.empty()) return 0;
-    return chunks_.size() == 1 ? firstCapacity_ : held(chunks_.size());
+    return held(chunks_.size() - 1) + lastCapacity_;
   }
   T& operator[](std::size_t i) { return chunks_[chunkOf(i)][offsetIn(i)]; }
   T const& operator[](std::size_t i) const { return chunks_[chunkOf(i)][offsetIn(i)]; }
@@ -142,17 +145,18 @@ class ChunkedVector {
     while (chunks_.size() > keep) {
       deallocate(chunks_.back(), chunks_.size() - 1);
       chunks_.pop_back();
+      lastCapacity_ = fullSize(chunks_.size() - 1);
     }
     // The next append looks again at what is faulted in past here.
     ready_ = n;
-    tail_ = n == capacity() ? chunks_.back() + chunkCapacity(chunks_.size() - 1) : &(*this)[n];
+    tail_ = n == capacity() ? chunks_.back() + lastCapacity_ : &(*this)[n];
   }
   void clear() { truncate(0); }
   void release() {
     truncate(0);
     if (!chunks_.empty()) deallocate(chunks_.front(), 0);
     std::vector<T*>().swap(chunks_);
-    ready_ = firstCapacity_ = 0;
+    ready_ = lastCapacity_ = 0;
     tail_ = nullptr;
   }
 
@@ -170,16 +174,23 @@ class ChunkedVector {
     if (i < doublingHold) return i + firstSize - std::bit_floor(i + firstSize);
     return (i - doublingHold) & (chunkSize - 1);
   }
-  // Positions of chunk c at its full size; the first may hold fewer while it grows.
+  // Positions of chunk c at its full size; the last may hold fewer while it grows.
   static std::size_t fullSize(std::size_t c) { return held(c + 1) - held(c); }
-  std::size_t chunkCapacity(std::size_t c) const { return c == 0 ? firstCapacity_ : fullSize(c); }
+  std::size_t chunkCapacity(std::size_t c) const {
+    return c + 1 == chunks_.size() ? lastCapacity_ : fullSize(c);
+  }
   static constexpr std::size_t mappedFrom = std::size_t(64) * 1024;
   static constexpr std::size_t populateRun = 16;  // pages
   static std::size_t chunkBytes(std::size_t c) { return fullSize(c) * sizeof(T); }
   static bool isMapped(std::size_t c) { return c > 0 && chunkBytes(c) >= mappedFrom; }
-  T* allocate(std::size_t c) {
+  // Chunk c's first size.
+  static std::size_t startSize(std::size_t c) {
+    if (isMapped(c)) return fullSize(c);
+    return c == 0 ? firstReserve : fullSize(c) / 4;
+  }
+  static T* allocate(std::size_t c, std::size_t capacity) {
     if (isMapped(c)) return static_cast<T*>(mapPages(chunkBytes(c)));
-    return std::allocator<T>().allocate(fullSize(c));
+    return std::allocator<T>().allocate(capacity);
   }
   void deallocate(T* chunk, std::size_t c) {
     if (isMapped(c)) return unmapPages(chunk, chunkBytes(c));
@@ -209,37 +220,41 @@ class ChunkedVector {
     ready_ = held(c) + to / sizeof(T);
   }
   void grow() {
-    if (size_ < firstSize) {
-      std::size_t const cap = std::min(firstSize, std::max(firstReserve, 2 * firstCapacity_));
-      T* const fresh = std::allocator<T>().allocate(cap);
-      if (!chunks_.empty()) {
-        T* const old = chunks_.front();
-        for (std::size_t i = 0; i < size_; ++i) {
-          ::new (static_cast<void*>(fresh + i)) T(std::move(old[i]));
-          old[i].~T();
-        }
-        deallocate(old, 0);
-        chunks_.front() = fresh;
-      } else {
-        chunks_.push_back(fresh);
-      }
-      firstCapacity_ = ready_ = cap;
-      tail_ = fresh + size_;
+    std::size_t const last = chunks_.size() - 1;
+    if (!chunks_.empty() && lastCapacity_ < fullSize(last)) {
+      growLast(std::min(fullSize(last), 2 * lastCapacity_));
       return;
     }
     std::size_t const c = chunks_.size();
     chunks_.reserve(c + 1);
-    T* const fresh = allocate(c);
+    T* const fresh = allocate(c, startSize(c));
     chunks_.push_back(fresh);
+    lastCapacity_ = startSize(c);
     tail_ = fresh;
-    ready_ = held(c + 1);
+    ready_ = capacity();
     if (isMapped(c)) populateFromTail();
+  }
+  // Moves the last chunk's members into a larger allocation.
+  void growLast(std::size_t capacity) {
+    std::size_t const last = chunks_.size() - 1;
+    std::size_t const count = size_ - held(last);
+    T* const old = chunks_.back();
+    T* const fresh = std::allocator<T>().allocate(capacity);
+    for (std::size_t i = 0; i < count; ++i) {
+      ::new (static_cast<void*>(fresh + i)) T(std::move(old[i]));
+      old[i].~T();
+    }
+    std::allocator<T>().deallocate(old, lastCapacity_);
+    chunks_.back() = fresh;
+    lastCapacity_ = capacity;
+    tail_ = fresh + count;
+    ready_ = this->capacity();
   }
 
   T* tail_ = nullptr;
   std::size_t size_ = 0;
   std::size_t ready_ = 0;  // positions usable before more must be faulted in or allocated
-  std::size_t firstCapacity_ = 0;
+  std::size_t lastCapacity_ = 0;  // members the last chunk has room for, up to its full size
   std::vector<T*> chunks_;
 };
 

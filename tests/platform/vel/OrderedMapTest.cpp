@@ -206,6 +206,24 @@ TEST(OrderedMap, ChurnKeepsItsStorageAndShrinkingGivesMemoryBack) {
   EXPECT_LE(map.capacity(), 1024u);
 }
 
+// A map of a few hundred members (the destinations using one tunnel) holds little more room than
+// it uses: the last chunk grows as the members come instead of being as large as all before it.
+// Values and order survive the moves of a growing chunk.
+TEST(OrderedMap, MiddlingMapsHoldLittleMoreThanTheirMembers) {
+  Vel::OrderedMap<int, int> map;
+  for (int k = 0; k < 4000; ++k) {
+    map.tryEmplace(k, -k);
+    ASSERT_LE(map.capacity(), std::max<std::size_t>(16, std::size_t(k + 1) * 3 / 2))
+        << "at " << k + 1 << " members";
+  }
+  int expected = 0;
+  for (auto [key, value] : map) {
+    ASSERT_EQ(key, expected);
+    ASSERT_EQ(value, -expected++);
+  }
+  EXPECT_EQ(expected, 4000);
+}
+
 // Values that own something: each member holds one reference to a shared token, so the token's
 // count tells how many values are alive. Moves of the first chunk as it grows, chunks added and
 // dropped (some of them mapped on their own), reclamation sliding members down, and clearing must
