@@ -42,8 +42,8 @@
 #include <cstdint>
 #include <iterator>
 #include <limits>
-#include <tuple>
 #include <memory>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -253,7 +253,7 @@ class ChunkedVector {
 
   T* tail_ = nullptr;
   std::size_t size_ = 0;
-  std::size_t ready_ = 0;  // positions usable before more must be faulted in or allocated
+  std::size_t ready_ = 0;         // positions usable before more must be faulted in or allocated
   std::size_t lastCapacity_ = 0;  // members the last chunk has room for, up to its full size
   std::vector<T*> chunks_;
 };
@@ -651,10 +651,10 @@ class OrderedMap {
   // kept out of line, made when first needed: most maps are small (a flood set's destinations),
   // and a few hundred thousand of them would each carry three empty tables inline.
   struct Migration {
-    IndexTable oldIndex;               // while migrating, the index being emptied
-    IndexTable nextIndex;              // the index being made ready for the next migration
-    IndexTable retired;                // a migrated index being given back
-    std::size_t slot = 0;              // the next slot of oldIndex the migration copies
+    IndexTable oldIndex;              // while migrating, the index being emptied
+    IndexTable nextIndex;             // the index being made ready for the next migration
+    IndexTable retired;               // a migrated index being given back
+    std::size_t slot = 0;             // the next slot of oldIndex the migration copies
     std::size_t step = migrateLooks;  // slots copied an insertion
   };
   bool migrating() const { return migration_ && !migration_->oldIndex.empty(); }

@@ -16,9 +16,9 @@
 #include <fstream>
 #include <memory>
 #include <optional>
-#include <utility>
 #include <ostream>
 #include <sstream>
+#include <utility>
 
 #include "platform/kelp/Segment.h"
 #include "platform/kelp/VelKelp.h"

@@ -153,7 +153,8 @@ bool readStream(std::istream& in, std::string const& name, std::string& text, st
 // A descriptor closed when it goes out of scope.
 class FileDescriptor {
  public:
-  explicit FileDescriptor(std::string const& path) : fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+  explicit FileDescriptor(std::string const& path)
+      : fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
   ~FileDescriptor() {
     if (fd_ >= 0) ::close(fd_);
   }
@@ -236,7 +237,8 @@ bool Script::parseSource(Source const& source, uint32_t file, StepTaker const& t
   }
   FileDescriptor const fd(source.name);
   struct stat st {};
-  if (fd.get() < 0 || ::fstat(fd.get(), &st) != 0) return error = cannotRead(source.name, errno), false;
+  if (fd.get() < 0 || ::fstat(fd.get(), &st) != 0)
+    return error = cannotRead(source.name, errno), false;
   FileIdentity const& was = source.identity;
   if (st.st_dev != was.device || st.st_ino != was.inode || st.st_size != was.size ||
       !sameTime(st.st_mtim, was.modified)) {

@@ -8,6 +8,7 @@
 // be as it was when parsed); standard input, a pipe or any other file that cannot be read twice
 // is kept in memory from the first reading.
 
+#include <sys/types.h>
 #include <cstdint>
 #include <ctime>
 #include <functional>
@@ -15,7 +16,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <sys/types.h>
 #include <vector>
 
 #include "tools/noxsim/Commands.h"

@@ -175,7 +175,8 @@ class ScriptFileTest : public ::testing::Test {
 // reads, blocks, a last line without its newline and a second file all come back as parsed.
 TEST_F(ScriptFileTest, FilesAreParsedAgainAsTheyRun) {
   std::string text;
-  for (int i = 0; i < 4000; ++i) text += "l2rib floodset add 10 00:00:00:00:00:01 none/" + std::to_string(i) + "  # padding\n";
+  for (int i = 0; i < 4000; ++i)
+    text += "l2rib floodset add 10 00:00:00:00:00:01 none/" + std::to_string(i) + "  # padding\n";
   text += "expect floodset\n  source 0\nend\nexpect error late";
   auto const first = write("a.nox", text);
   auto const second = write("b.nox", "\nstart filter\n");
@@ -230,7 +231,8 @@ TEST_F(ScriptFileTest, APipeIsKeptFromItsFirstReading) {
 }
 
 TEST_F(ScriptFileTest, AnOverlongLineOfAFileIsRefusedWhereItStarts) {
-  auto const path = write("a.nox", "start filter\n\n# " + std::string(Script::maxLineBytes, 'x') + "\n");
+  auto const path =
+      write("a.nox", "start filter\n\n# " + std::string(Script::maxLineBytes, 'x') + "\n");
   Script script;
   std::string error;
   std::istringstream in;
