@@ -197,8 +197,8 @@ class ChunkedVector {
     std::allocator<T>().deallocate(chunk, chunkCapacity(c));
   }
 
-  // Makes room for one more member: more of the last chunk faulted in, the first chunk grown
-  // by moving its members, or a chunk added.
+  // Makes room for one more member: more of the last chunk faulted in, the last chunk grown by
+  // moving its members, or a chunk added.
   void makeRoom() {
     if (size_ == capacity()) {
       grow();
@@ -220,16 +220,16 @@ class ChunkedVector {
     ready_ = held(c) + to / sizeof(T);
   }
   void grow() {
-    std::size_t const last = chunks_.size() - 1;
-    if (!chunks_.empty() && lastCapacity_ < fullSize(last)) {
-      growLast(std::min(fullSize(last), 2 * lastCapacity_));
+    std::size_t const c = chunks_.size();
+    if (c > 0 && lastCapacity_ < fullSize(c - 1)) {
+      growLast(std::min(fullSize(c - 1), 2 * lastCapacity_));
       return;
     }
-    std::size_t const c = chunks_.size();
     chunks_.reserve(c + 1);
-    T* const fresh = allocate(c, startSize(c));
+    std::size_t const room = startSize(c);
+    T* const fresh = allocate(c, room);
     chunks_.push_back(fresh);
-    lastCapacity_ = startSize(c);
+    lastCapacity_ = room;
     tail_ = fresh;
     ready_ = capacity();
     if (isMapped(c)) populateFromTail();

@@ -205,7 +205,11 @@ bool Script::addFile(std::string const& path, std::istream& stdinStream, std::st
     if (S_ISDIR(st.st_mode)) return error = cannotRead(path, EISDIR), false;
     source.reread = S_ISREG(st.st_mode);
     source.identity = {st.st_dev, st.st_ino, st.st_size, st.st_mtim};
-    if (!source.reread && !readAll(fd.get(), path, source.text, error)) return false;
+    if (source.reread) {
+      sources_.push_back(std::move(source));
+      return parseFile(fd.get(), uint32_t(sources_.size() - 1), counter(), error);
+    }
+    if (!readAll(fd.get(), path, source.text, error)) return false;
   }
   sources_.push_back(std::move(source));
   return parseSource(sources_.back(), uint32_t(sources_.size() - 1), counter(), error);
@@ -244,12 +248,17 @@ bool Script::parseSource(Source const& source, uint32_t file, StepTaker const& t
       !sameTime(st.st_mtim, was.modified)) {
     return error = cat(source.name, ": changed since it was parsed"), false;
   }
+  return parseFile(fd.get(), file, take, error);
+}
+
+bool Script::parseFile(int fd, uint32_t file, StepTaker const& take, std::string& error) const {
   // A line cut short by a read that failed, or by the length limit, may also have made a block
   // look unended: the reading's own failure is the one told.
-  LineReader reader(fd.get());
+  std::string const& name = sources_[file].name;
+  LineReader reader(fd);
   bool const parsed = parseLines(reader, file, take, error);
-  if (reader.tooLong()) return error = tooLong(source.name, reader.number() + 1), false;
-  if (reader.readErrno()) return error = cannotRead(source.name, reader.readErrno()), false;
+  if (reader.tooLong()) return error = tooLong(name, reader.number() + 1), false;
+  if (reader.readErrno()) return error = cannotRead(name, reader.readErrno()), false;
   return parsed;
 }
 

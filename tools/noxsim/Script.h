@@ -70,6 +70,8 @@ class Script {
   StepTaker counter();
   bool parseSource(Source const& source, uint32_t file, StepTaker const& take,
                    std::string& error) const;
+  // Parses source `file` from a descriptor open on it, a block-sized read at a time.
+  bool parseFile(int fd, uint32_t file, StepTaker const& take, std::string& error) const;
   bool parseLines(LineReader& reader, uint32_t file, StepTaker const& take,
                   std::string& error) const;
   // Parses the command on `line` (and its block, read from `reader`) into `step`; false with the
