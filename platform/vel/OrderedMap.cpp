@@ -61,15 +61,17 @@ void unmapPages(void* at, std::size_t bytes) {
 
 std::size_t mappedBytes() { return mapped.load(std::memory_order_relaxed); }
 
+bool IndexTable::mappedAt(std::size_t size) { return size * sizeof(uint64_t) >= mappedFrom; }
+
 IndexTable::IndexTable(std::size_t size) : size_(size) {
-  std::size_t const bytes = size * sizeof(uint64_t);
-  if (bytes < mappedFrom) {
+  if (!mappedAt(size)) {
     slots_ = static_cast<uint64_t*>(std::calloc(size, sizeof(uint64_t)));
     if (!slots_) throw std::bad_alloc();
     return;
   }
+  std::size_t const bytes = size * sizeof(uint64_t);
   slots_ = static_cast<uint64_t*>(mapPages(bytes));
-  mapped_ = roundToPages(bytes);
+  mapped_ = static_cast<uint32_t>(roundToPages(bytes) / pageBytes());
 }
 
 void IndexTable::clear() {
@@ -77,17 +79,18 @@ void IndexTable::clear() {
 }
 
 void IndexTable::prepareSome(std::size_t pages) {
-  std::size_t const bytes = std::min(mapped_ - touched_, pages * pageBytes());
-  if (bytes == 0) return;
-  populatePages(reinterpret_cast<unsigned char*>(slots_) + touched_, bytes);
-  touched_ += bytes;
+  auto const count = static_cast<uint32_t>(std::min<std::size_t>(mapped_ - touched_, pages));
+  if (count == 0) return;
+  populatePages(reinterpret_cast<unsigned char*>(slots_) + touched_ * pageBytes(),
+                count * pageBytes());
+  touched_ += count;
 }
 
 void IndexTable::releaseSome(std::size_t pages) {
-  std::size_t const drop = std::min(mapped_, pages * pageBytes());
+  auto const drop = static_cast<uint32_t>(std::min<std::size_t>(mapped_, pages));
   if (drop == 0) return;
   mapped_ -= drop;
-  unmapPages(reinterpret_cast<unsigned char*>(slots_) + mapped_, drop);
+  unmapPages(reinterpret_cast<unsigned char*>(slots_) + mapped_ * pageBytes(), drop * pageBytes());
   touched_ = std::min(touched_, mapped_);
   if (mapped_ == 0) slots_ = nullptr;
 }
@@ -101,7 +104,7 @@ void IndexTable::take(IndexTable& other) noexcept {
 
 void IndexTable::reset() noexcept {
   if (mapped_ > 0) {
-    unmapPages(slots_, mapped_);
+    unmapPages(slots_, mapped_ * pageBytes());
   } else {
     std::free(slots_);
   }

@@ -40,9 +40,12 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <iterator>
 #include <limits>
 #include <memory>
+#include <new>
+#include <stdexcept>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -80,6 +83,58 @@ void populatePages(void* at, std::size_t bytes);
 std::size_t pageBytes();
 // What those mappings hold now, in bytes (memory accounting counts them beside the heap).
 std::size_t mappedBytes();
+
+// The addresses of a ChunkedVector's chunks. Most vectors have one chunk (most maps are small),
+// so the first address is kept inline and a list is allocated only for a second: a few hundred
+// thousand small maps would otherwise each allocate an 8-byte list. Not movable: the inline
+// address is reached through at_.
+template <class T>
+class ChunkList {
+ public:
+  ChunkList() = default;
+  ChunkList(ChunkList const&) = delete;
+  ChunkList& operator=(ChunkList const&) = delete;
+  ~ChunkList() { clear(); }
+
+  bool empty() const { return count_ == 0; }
+  std::size_t size() const { return count_; }
+  T*& operator[](std::size_t c) { return at_[c]; }
+  T* operator[](std::size_t c) const { return at_[c]; }
+  T*& back() { return at_[count_ - 1]; }
+  T* front() const { return at_[0]; }
+  // Room for one more address, taken before the chunk it names is, so that adding it cannot fail.
+  void reserveOne() {
+    if (count_ < capacity_) return;
+    uint32_t const capacity = 2 * capacity_;
+    auto* const list = static_cast<T**>(std::malloc(capacity * sizeof(T*)));
+    if (!list) throw std::bad_alloc();
+    std::copy(at_, at_ + count_, list);
+    if (at_ != &one_) std::free(at_);
+    at_ = list;
+    capacity_ = capacity;
+  }
+  void push_back(T* chunk) { at_[count_++] = chunk; }
+  void pop_back() {
+    if (--count_ == 1 && at_ != &one_) {
+      one_ = at_[0];
+      std::free(at_);
+      at_ = &one_;
+      capacity_ = 1;
+    }
+  }
+  void clear() {
+    if (at_ != &one_) std::free(at_);
+    at_ = &one_;
+    count_ = 0;
+    capacity_ = 1;
+  }
+
+ private:
+  T** at_ = &one_;
+  T* one_ = nullptr;
+  uint32_t count_ = 0;
+  uint32_t capacity_ = 1;
+};
 
 // The members' storage: chunks that never move once full, so that growing never copies what is
 // there (a doubling vector copies every member, in one insertion, each time it fills, and on a
@@ -140,22 +195,22 @@ class ChunkedVector {
   void truncate(std::size_t n) {
     if (n >= size_) return;
     for (std::size_t i = size_; i > n; --i) (*this)[i - 1].~T();
-    size_ = n;
+    size_ = static_cast<uint32_t>(n);
     std::size_t const keep = n == 0 ? 1 : chunkOf(n - 1) + 1;
     while (chunks_.size() > keep) {
       deallocate(chunks_.back(), chunks_.size() - 1);
       chunks_.pop_back();
-      lastCapacity_ = fullSize(chunks_.size() - 1);
+      lastCapacity_ = static_cast<uint32_t>(fullSize(chunks_.size() - 1));
     }
     // The next append looks again at what is faulted in past here.
-    ready_ = n;
+    ready_ = static_cast<uint32_t>(n);
     tail_ = n == capacity() ? chunks_.back() + lastCapacity_ : &(*this)[n];
   }
   void clear() { truncate(0); }
   void release() {
     truncate(0);
     if (!chunks_.empty()) deallocate(chunks_.front(), 0);
-    std::vector<T*>().swap(chunks_);
+    chunks_.clear();
     ready_ = lastCapacity_ = 0;
     tail_ = nullptr;
   }
@@ -200,12 +255,15 @@ class ChunkedVector {
   // Makes room for one more member: more of the last chunk faulted in, the last chunk grown by
   // moving its members, or a chunk added.
   void makeRoom() {
+    // Members are numbered in 32 bits.
+    if (size_ == std::numeric_limits<uint32_t>::max())
+      throw std::length_error("Vel::ChunkedVector");
     if (size_ == capacity()) {
       grow();
     } else if (isMapped(chunks_.size() - 1)) {
       populateFromTail();
     } else {
-      ready_ = capacity();
+      ready_ = static_cast<uint32_t>(capacity());
     }
   }
   // Faults in the pages of a mapped last chunk from the one holding the tail's start, and counts
@@ -217,21 +275,21 @@ class ChunkedVector {
     std::size_t const from = (size_ - held(c)) * sizeof(T) / page * page;
     std::size_t const to = std::min(chunkBytes(c), from + populateRun * page);
     populatePages(base + from, to - from);
-    ready_ = held(c) + to / sizeof(T);
+    ready_ = static_cast<uint32_t>(held(c) + to / sizeof(T));
   }
   void grow() {
     std::size_t const c = chunks_.size();
     if (c > 0 && lastCapacity_ < fullSize(c - 1)) {
-      growLast(std::min(fullSize(c - 1), 2 * lastCapacity_));
+      growLast(std::min(fullSize(c - 1), std::size_t(2) * lastCapacity_));
       return;
     }
-    chunks_.reserve(c + 1);
+    chunks_.reserveOne();
     std::size_t const room = startSize(c);
     T* const fresh = allocate(c, room);
     chunks_.push_back(fresh);
-    lastCapacity_ = room;
+    lastCapacity_ = static_cast<uint32_t>(room);
     tail_ = fresh;
-    ready_ = capacity();
+    ready_ = static_cast<uint32_t>(capacity());
     if (isMapped(c)) populateFromTail();
   }
   // Moves the last chunk's members into a larger allocation.
@@ -246,16 +304,16 @@ class ChunkedVector {
     }
     std::allocator<T>().deallocate(old, lastCapacity_);
     chunks_.back() = fresh;
-    lastCapacity_ = capacity;
+    lastCapacity_ = static_cast<uint32_t>(capacity);
     tail_ = fresh + count;
-    ready_ = this->capacity();
+    ready_ = static_cast<uint32_t>(this->capacity());
   }
 
   T* tail_ = nullptr;
-  std::size_t size_ = 0;
-  std::size_t ready_ = 0;         // positions usable before more must be faulted in or allocated
-  std::size_t lastCapacity_ = 0;  // members the last chunk has room for, up to its full size
-  std::vector<T*> chunks_;
+  ChunkList<T> chunks_;
+  uint32_t size_ = 0;
+  uint32_t ready_ = 0;         // positions usable before more must be faulted in or allocated
+  uint32_t lastCapacity_ = 0;  // members the last chunk has room for, up to its full size
 };
 
 // An index's slots, zero when free. A small index is one zeroed allocation. A large one is a
@@ -267,6 +325,8 @@ class IndexTable {
  public:
   IndexTable() = default;
   explicit IndexTable(std::size_t size);
+  // Whether a table of `size` slots is a mapping of its own.
+  static bool mappedAt(std::size_t size);
   IndexTable(IndexTable&& other) noexcept { take(other); }
   IndexTable& operator=(IndexTable&& other) noexcept {
     if (this != &other) {
@@ -301,9 +361,9 @@ class IndexTable {
   void reset() noexcept;
 
   uint64_t* slots_ = nullptr;
-  std::size_t size_ = 0;     // slots in use, 0 once retired
-  std::size_t mapped_ = 0;   // bytes of a mapped table still mapped, 0 for an allocated one
-  std::size_t touched_ = 0;  // bytes of a mapped table faulted in
+  std::size_t size_ = 0;  // slots in use, 0 once retired
+  uint32_t mapped_ = 0;   // pages of a mapped table still mapped, 0 for an allocated one
+  uint32_t touched_ = 0;  // pages of a mapped table faulted in
 };
 
 template <class K, class V, class H = IndexHasher>
@@ -325,10 +385,12 @@ class OrderedMap {
     bool live;
     V value;
   };
-  // Where a key is indexed: the slot, and whether in the index being emptied by a migration.
+  // Where a key was found: an index slot (of the index in use, or of the one being emptied by a
+  // migration), or, in a small map, which has no index, the member itself.
+  enum class Where : uint8_t { index, oldIndex, member };
   struct Slot {
     uint32_t at;
-    bool old;
+    Where where;
     explicit operator bool() const { return at != notFound; }
   };
 
@@ -415,6 +477,7 @@ class OrderedMap {
   void reserve(std::size_t n) {
     reshaped();
     reclaimAll();
+    if (small() && n <= smallMembers) return;
     migrateAll();
     if (migration_) migration_->nextIndex = IndexTable();
     if (n * 4 >= index_.size() * 3) rebuildIndex(n);
@@ -430,7 +493,7 @@ class OrderedMap {
   // takes their cache misses side by side rather than one after the other (in a large map
   // nearly every key's index slot is a miss).
   void prefetch(K const& k) const {
-    if (!index_.empty()) index_.prefetch(H()(k) & (index_.size() - 1));
+    if (!small()) index_.prefetch(H()(k) & (index_.size() - 1));
     __builtin_prefetch(members_.tail());
   }
 
@@ -441,13 +504,16 @@ class OrderedMap {
     Slot const found = lookup(k, h);
     if (found) return {pointerTo(&members_[memberAt(found)].value), false};
     reshaped();
-    reclaimSome();
-    migrateSome();
-    tendIndexes();
-    if ((live_ + 1) * 4 > index_.size() * 3) growIndex();
+    if (small() && members_.size() == smallMembers) outgrowSmall();
+    if (!small()) {
+      reclaimSome();
+      migrateSome();
+      tendIndexes();
+      if ((live_ + 1) * 4 > index_.size() * 3) growIndex();
+    }
     uint32_t const n = static_cast<uint32_t>(members_.size());
     members_.push_back(Member{k, h, true, V(std::forward<Args>(args)...)});
-    index_[freeSlotFor(index_, h)] = entryOf(h, n);
+    if (!small()) index_[freeSlotFor(index_, h)] = entryOf(h, n);
     ++live_;
     return {pointerTo(&members_.back().value), true};
   }
@@ -457,9 +523,9 @@ class OrderedMap {
     if (!slot) return false;
     changed();
     Member& m = members_[memberAt(slot)];
-    if (slot.old) {
+    if (slot.where == Where::oldIndex) {
       migration_->oldIndex[slot.at] = tombstone;
-    } else {
+    } else if (slot.where == Where::index) {
       unindex(index_, slot.at);
     }
     m.live = false;
@@ -501,7 +567,15 @@ class OrderedMap {
     return slot ? &members_[memberAt(slot)].value : nullptr;
   }
   uint32_t memberAt(Slot slot) const {
-    return memberOf(slot.old ? migration_->oldIndex[slot.at] : index_[slot.at]);
+    switch (slot.where) {
+      case Where::member:
+        return slot.at;
+      case Where::oldIndex:
+        return memberOf(migration_->oldIndex[slot.at]);
+      case Where::index:
+        break;
+    }
+    return memberOf(index_[slot.at]);
   }
   void dropAll() {
     if (members_.capacity() > keptEmpty) {
@@ -530,11 +604,34 @@ class OrderedMap {
 #endif
   }
 
-  // Where k is indexed, if it is.
+  // Where k is, if it is.
   Slot lookup(K const& k, uint32_t h) const {
+    if (small()) return {scan(k, h), Where::member};
     uint32_t const at = probe(index_, k, h);
-    if (at != notFound || !migrating()) return {at, false};
-    return {probeOld(k, h), true};
+    if (at != notFound || !migrating()) return {at, Where::index};
+    return {probeOld(k, h), Where::oldIndex};
+  }
+  // Small maps. Most maps hold a handful of members (a flood set's destinations, a pair's
+  // configurations), and there are hundreds of thousands of them: up to smallMembers member
+  // slots a map has no index, and a key is found by comparing hashes along its members, which
+  // sit in a cache line or a few. That spares each such map an index allocation of its own
+  // (64 bytes and the allocator's header) and the allocation's cost. When the slots are all
+  // taken, the dead ones are squeezed out, or, if none is dead, the map is indexed.
+  static constexpr std::size_t smallMembers = 8;
+  bool small() const { return index_.empty(); }
+  uint32_t scan(K const& k, uint32_t h) const {
+    for (std::size_t i = head_, size = members_.size(); i < size; ++i) {
+      Member const& m = members_[i];
+      if (m.hash == h && m.live && m.key == k) return static_cast<uint32_t>(i);
+    }
+    return notFound;
+  }
+  void outgrowSmall() {
+    if (live_ < members_.size()) {
+      reclaimAll();
+    } else {
+      rebuildIndex(live_ + 1);
+    }
   }
   // The slot of `table` holding k, or notFound.
   uint32_t probe(IndexTable const& table, K const& k, uint32_t h) const {
@@ -608,13 +705,20 @@ class OrderedMap {
     return size;
   }
   // Sizes the index for `want` members at most half full, in one go, from the entries alone
-  // (each carries its hash), so members are not read.
+  // (each carries its hash), so members are not read; a small map's from its members.
   void rebuildIndex(std::size_t want) {
     IndexTable old(indexSizeFor(want));
     std::swap(old, index_);
     // Used at once, so faulted in at once (cheaper than page by page as lookups reach it).
     index_.prepareAll();
     std::size_t const mask = index_.size() - 1;
+    if (old.empty()) {
+      for (std::size_t n = head_; n < members_.size(); ++n) {
+        Member const& m = members_[n];
+        if (m.live) index_[freeSlotFor(index_, m.hash)] = entryOf(m.hash, uint32_t(n));
+      }
+      return;
+    }
     for (std::size_t s = 0; s < old.size(); ++s) {
       uint64_t const e = old[s];
       if (e == emptyEntry) continue;
@@ -635,10 +739,13 @@ class OrderedMap {
   // renames a member in whichever index names it. The walk ends within an eighth of the old
   // index's size in insertions, long before the new index is three quarters full.
   //
-  // The new index is made ready beforehand: from five eighths full, every sixteenth insertion
+  // A new index that is a mapping of its own is made ready beforehand: every sixteenth insertion
   // faults in sixteen pages of it (a page an insertion, 512 slots, in one call rather than
-  // sixteen faults), so that it is ready by three quarters. A map shrunk far below its
-  // index prepares a smaller one the same way and migrates to it when it is ready, walking
+  // sixteen faults), starting twice as many insertions before three quarters full as that
+  // takes, so that it is ready by then and is not held long before it is used (a map that
+  // stops growing short of three quarters, as a tunnel's few hundred destinations do, would
+  // hold it for good). A smaller one is allocated zeroed when it is needed. A map shrunk far below
+  // its index prepares a smaller one the same way and migrates to it when it is ready, walking
   // proportionally more slots an insertion. The old index, once walked, is given back a page an
   // insertion (returning a page costs about as much as faulting one in).
   static constexpr std::size_t migrateLooks = 16;
@@ -663,12 +770,11 @@ class OrderedMap {
     return *migration_;
   }
   void tendIndexes() {
-    if (!migration_ && index_.size() < migrateAbove) return;
+    if (!migration_ && !IndexTable::mappedAt(2 * index_.size())) return;
     Migration& m = migration();
     if (m.retired.releasing()) m.retired.releaseSome(releasePages);
     if (!m.oldIndex.empty()) return;
-    if (m.nextIndex.empty() && index_.size() >= migrateAbove &&
-        (live_ + 1) * 8 > index_.size() * 5) {
+    if (m.nextIndex.empty() && IndexTable::mappedAt(2 * index_.size()) && nextIndexDue()) {
       m.nextIndex = IndexTable(2 * index_.size());
     }
     if (m.nextIndex.empty()) return;
@@ -682,6 +788,15 @@ class OrderedMap {
         m.nextIndex = IndexTable();
       }
     }
+  }
+  // Whether the insertions left before the index is three quarters full are no more than twice
+  // those that making the next one ready takes.
+  bool nextIndexDue() const {
+    std::size_t const full = index_.size() * 3 / 4;
+    std::size_t const left = full > live_ ? full - live_ : 0;
+    std::size_t const pages = 2 * index_.size() * sizeof(uint64_t) / pageBytes();
+    std::size_t const calls = pages / (prepareEvery * preparePages) + 1;
+    return left <= 2 * prepareEvery * calls;
   }
   void growIndex() {
     migrateAll();
@@ -748,7 +863,9 @@ class OrderedMap {
       Member& m = members_[reclaimFrom_];
       if (!m.live) continue;
       if (reclaimFrom_ != reclaimTo_) {
-        entryNaming(m.hash, uint32_t(reclaimFrom_)) = entryOf(m.hash, uint32_t(reclaimTo_));
+        if (!small()) {
+          entryNaming(m.hash, uint32_t(reclaimFrom_)) = entryOf(m.hash, uint32_t(reclaimTo_));
+        }
         // Field by field: the slot left behind is dead, and its value is reset at once, as a
         // removal's is.
         Member& to = members_[reclaimTo_];
@@ -777,14 +894,15 @@ class OrderedMap {
     }
   }
 
+  // Member numbers are 32 bits (an index entry holds one beside the hash), so are the counts.
   ChunkedVector<Member> members_;
   IndexTable index_;  // while migrating, the new index
   std::unique_ptr<Migration> migration_;
-  std::size_t live_ = 0;
-  std::size_t head_ = 0;  // first live member
+  uint32_t live_ = 0;
+  uint32_t head_ = 0;         // first live member
+  uint32_t reclaimFrom_ = 0;  // next member slot to look at
+  uint32_t reclaimTo_ = 0;    // where the next live member goes
   bool reclaiming_ = false;
-  std::size_t reclaimFrom_ = 0;  // next member slot to look at
-  std::size_t reclaimTo_ = 0;    // where the next live member goes
 #if NOX_CHECKED_COLLECTIONS
   ChangeCount changes_ = 0;
   ChangeCount reshapes_ = 0;
