@@ -91,6 +91,7 @@ class VlanMacDest : public Vel::Value<VlanMacDest> {
   Gantry::EthAddr const& macAddr() const { return macAddr_; }
   L2Rib::Dest const& dest() const { return dest_; }
   Bridging::MacVlanPair pair() const { return Bridging::MacVlanPair(macAddr_, vlanId_); }
+  uint32_t hash() const;
 
   VEL_TYPE_INFO("Nox::VlanMacDest", "vlanId", "macAddr", "dest")
   auto fields() const { return std::tie(vlanId_, macAddr_, dest_); }
@@ -100,6 +101,13 @@ class VlanMacDest : public Vel::Value<VlanMacDest> {
   Gantry::EthAddr macAddr_;
   L2Rib::Dest dest_;
 };
+
+// A destination is hashed by each mapping it passes through, one after the other (the prefetch
+// of its places, both reverse indexes, the configuration record), and its hash (a one-at-a-time
+// hash inside a MurmurHash3) is the dearest part of a lookup: each thread keeps the last one.
+inline uint32_t VlanMacDest::hash() const {
+  return Vel::lastHashOr(*this, [this] { return Value::hash(); });
+}
 
 // Ascending (VLAN, MAC, destination id, destination text): destinations have no order of their
 // own, and the lists of waiting destinations are shown in this one.

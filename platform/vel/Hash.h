@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <new>
+#include <type_traits>
 
 namespace Vel {
 
@@ -82,6 +84,26 @@ inline uint32_t wangHash32(uint32_t k) {
   k *= 2057;
   k ^= k >> 16;
   return k;
+}
+
+// The hash of the key this thread hashed last, kept with a copy of the key; otherwise compute()
+// is called and its result kept. For a key that one piece of work hashes again in each mapping
+// it passes through, one after the other, and whose hash costs more than comparing it.
+template <class T, class Compute>
+uint32_t lastHashOr(T const& key, Compute&& compute) {
+  static_assert(std::is_trivially_copyable_v<T>);
+  struct Last {
+    alignas(T) unsigned char key[sizeof(T)];
+    uint32_t hash;
+    bool valid;
+  };
+  thread_local Last last;
+  if (last.valid && *std::launder(reinterpret_cast<T const*>(last.key)) == key) return last.hash;
+  uint32_t const h = compute();
+  std::memcpy(last.key, &key, sizeof(T));
+  last.hash = h;
+  last.valid = true;
+  return h;
 }
 
 }  // namespace Vel

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include "platform/vel/Hash.h"
 
@@ -54,6 +55,32 @@ TEST(WangHash, MatchesIndependentComputation) {
   EXPECT_EQ(Vel::wangHash32(0), 0xcaa3caa3u);
   EXPECT_EQ(Vel::wangHash32(3), 0x3882835cu);
   EXPECT_EQ(Vel::wangHash32(1048576), 0x25708aa0u);
+}
+
+// A key's kept hash serves only that key: another key is hashed afresh and replaces it, and
+// each thread keeps its own.
+TEST(LastHash, ServesOnlyTheKeyHashedLastOnItsThread) {
+  struct Key {
+    uint32_t a;
+    uint32_t b;
+    bool operator==(Key const&) const = default;
+  };
+  int computed = 0;
+  auto hashOf = [&computed](Key const& k) {
+    return Vel::lastHashOr(k, [&] {
+      ++computed;
+      return k.a * 31 + k.b;
+    });
+  };
+  EXPECT_EQ(hashOf({1, 2}), 33u);
+  EXPECT_EQ(hashOf({1, 2}), 33u);
+  EXPECT_EQ(computed, 1);
+  EXPECT_EQ(hashOf({1, 3}), 34u);
+  EXPECT_EQ(hashOf({1, 2}), 33u);
+  EXPECT_EQ(computed, 3);
+  std::thread([&] { EXPECT_EQ(hashOf({7, 0}), 217u); }).join();
+  EXPECT_EQ(hashOf({1, 2}), 33u);
+  EXPECT_EQ(computed, 4);
 }
 
 }  // namespace
