@@ -31,18 +31,26 @@ std::optional<Gantry::IntfId> parseTunnelIntf(std::string_view s) {
   return intf;
 }
 
-// Splits "a/b/c" into at most `max` parts; the last part keeps any further slashes.
-std::vector<std::string_view> splitSlash(std::string_view text, std::size_t max) {
-  std::vector<std::string_view> parts;
-  while (parts.size() + 1 < max) {
-    auto slash = text.find('/');
-    if (slash == std::string_view::npos) break;
-    parts.push_back(text.substr(0, slash));
-    text.remove_prefix(slash + 1);
+// The parts of "a/b/c", at most four; the last keeps any further slashes. Held in place: a
+// scenario or table reader parses a destination on every line it reads.
+class SlashParts {
+ public:
+  explicit SlashParts(std::string_view text) {
+    while (count_ + 1 < parts_.size()) {
+      auto const slash = text.find('/');
+      if (slash == std::string_view::npos) break;
+      parts_[count_++] = text.substr(0, slash);
+      text.remove_prefix(slash + 1);
+    }
+    parts_[count_++] = text;
   }
-  parts.push_back(text);
-  return parts;
-}
+  std::size_t size() const { return count_; }
+  std::string_view operator[](std::size_t i) const { return parts_[i]; }
+
+ private:
+  std::array<std::string_view, 4> parts_{};
+  std::size_t count_ = 0;
+};
 
 }  // namespace
 
@@ -110,7 +118,7 @@ std::optional<Dest> Dest::fromString(std::string_view text, std::string* why) {
     q += '\'';
     return q;
   };
-  auto parts = splitSlash(text, 4);
+  SlashParts const parts(text);
   std::string_view const kind = parts[0];
   std::size_t const want = kind == "none" ? 2 : kind == "mpls" ? 4 : kind == "vxlan" ? 0 : 3;
   if (kind != "none" && kind != "intf" && kind != "vxlan" && kind != "mpls" && kind != "tunnel") {
