@@ -10,6 +10,7 @@
 #endif
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -101,10 +102,44 @@ int reportFailure(Sim& sim) {
 
 }  // namespace
 
+namespace {
+
+// The agent's housekeeping of its heap. After a mass removal (every VLAN gone, say) the state's
+// memory is freed, but glibc keeps it for reuse and can return only the top of its heap, which a
+// few live blocks pin: the process would stay as large as it ever was. Once a second, and when
+// the scenario ends and the agent is idle, free heap that is both large and more than what is
+// in use is handed back to the system. Not more often: reading the heap's figures walks every
+// free block, which after a large removal takes milliseconds.
+class HeapHousekeeping {
+ public:
+  void afterStep() {
+    if (++steps_ % clockEvery != 0) return;
+    auto const now = std::chrono::steady_clock::now();
+    if (now - last_ < std::chrono::seconds(1)) return;
+    last_ = now;
+    giveBackIfMostlyFree();
+  }
+  void giveBackIfMostlyFree() {
+#ifdef __GLIBC__
+    struct mallinfo2 const heap = ::mallinfo2();
+    if (heap.fordblks >= minFreeBytes && heap.fordblks > heap.uordblks) ::malloc_trim(0);
+#endif
+  }
+
+ private:
+  static constexpr uint32_t clockEvery = 1024;  // commands between looks at the clock
+  static constexpr std::size_t minFreeBytes = std::size_t(64) << 20;
+  uint32_t steps_ = 0;
+  std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
+};
+
+}  // namespace
+
 int runScript(Script const& script, Sim& sim) {
   // Where the error that no `expect error` took was raised.
   std::optional<std::pair<uint32_t, uint32_t>> errorAt;
   std::string readError;
+  HeapHousekeeping housekeeping;
   bool const read = script.forEachStep(
       [&](Step const& step) {
         if (sim.pendingError() && !step.checksError) return false;
@@ -113,9 +148,11 @@ int runScript(Script const& script, Sim& sim) {
         execute(step, sim);
         if (sim.failed()) return false;
         if (!hadError && sim.pendingError()) errorAt = {step.file, step.line};
+        housekeeping.afterStep();
         return true;
       },
       readError);
+  housekeeping.giveBackIfMostlyFree();
   if (sim.failed()) return reportFailure(sim);
   if (!read) {
     sim.out().flush();
