@@ -256,8 +256,9 @@ class ChunkedVector {
   // moving its members, or a chunk added.
   void makeRoom() {
     // Members are numbered in 32 bits.
-    if (size_ == std::numeric_limits<uint32_t>::max())
+    if (size_ == std::numeric_limits<uint32_t>::max()) {
       throw std::length_error("Vel::ChunkedVector");
+    }
     if (size_ == capacity()) {
       grow();
     } else if (isMapped(chunks_.size() - 1)) {
@@ -509,7 +510,7 @@ class OrderedMap {
       reclaimSome();
       migrateSome();
       tendIndexes();
-      if ((live_ + 1) * 4 > index_.size() * 3) growIndex();
+      if ((std::size_t(live_) + 1) * 4 > index_.size() * 3) growIndex();
     }
     uint32_t const n = static_cast<uint32_t>(members_.size());
     members_.push_back(Member{k, h, true, V(std::forward<Args>(args)...)});
@@ -630,7 +631,7 @@ class OrderedMap {
     if (live_ < members_.size()) {
       reclaimAll();
     } else {
-      rebuildIndex(live_ + 1);
+      rebuildIndex(std::size_t(live_) + 1);
     }
   }
   // The slot of `table` holding k, or notFound.
@@ -782,7 +783,7 @@ class OrderedMap {
     bool const shrinking = m.nextIndex.size() < index_.size();
     if (shrinking && m.nextIndex.prepared()) {
       // Unless the map grew back meanwhile.
-      if ((live_ + 1) * 4 <= m.nextIndex.size() * 3) {
+      if ((std::size_t(live_) + 1) * 4 <= m.nextIndex.size() * 3) {
         startMigration();
       } else {
         m.nextIndex = IndexTable();
@@ -802,7 +803,7 @@ class OrderedMap {
     migrateAll();
     if (index_.size() < migrateAbove) {
       if (migration_) migration_->nextIndex = IndexTable();
-      rebuildIndex(live_ + 1);
+      rebuildIndex(std::size_t(live_) + 1);
       return;
     }
     Migration& m = migration();
@@ -889,7 +890,7 @@ class OrderedMap {
   // After a reclamation the chunks past the live members are gone already; an index sixteen
   // times too large migrates to one of its size.
   void giveBackMemory() {
-    if (!migrating() && index_.size() > 2 * keptEmpty && live_ * 16 <= index_.size()) {
+    if (!migrating() && index_.size() > 2 * keptEmpty && std::size_t(live_) * 16 <= index_.size()) {
       migration().nextIndex = IndexTable(indexSizeFor(live_));
     }
   }

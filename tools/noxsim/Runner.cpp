@@ -100,10 +100,6 @@ int reportFailure(Sim& sim) {
   return exitFailed;
 }
 
-}  // namespace
-
-namespace {
-
 // The agent's housekeeping of its heap. After a mass removal (every VLAN gone, say) the state's
 // memory is freed, but glibc keeps it for reuse and can return only the top of its heap, which a
 // few live blocks pin: the process would stay as large as it ever was. Once a second, and when

@@ -1,5 +1,6 @@
 #include "platform/types/L2Rib/L2Rib.h"
 
+#include <array>
 #include <charconv>
 
 #include "platform/vel/Assert.h"
