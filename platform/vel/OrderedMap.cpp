@@ -22,9 +22,6 @@ std::size_t pageBytes() {
 
 namespace {
 
-// Tables of at least this many bytes get a mapping of their own.
-constexpr std::size_t mappedFrom = std::size_t(32) * 1024;
-
 std::atomic<std::size_t> mapped{0};
 
 std::size_t roundToPages(std::size_t bytes) {
@@ -60,8 +57,6 @@ void unmapPages(void* at, std::size_t bytes) {
 }
 
 std::size_t mappedBytes() { return mapped.load(std::memory_order_relaxed); }
-
-bool IndexTable::mappedAt(std::size_t size) { return size * sizeof(uint64_t) >= mappedFrom; }
 
 IndexTable::IndexTable(std::size_t size) : size_(size) {
   if (!mappedAt(size)) {

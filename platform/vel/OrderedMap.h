@@ -49,7 +49,6 @@
 #include <tuple>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "platform/vel/MemberPtr.h"
 #include "platform/vel/Value.h"
@@ -326,8 +325,9 @@ class IndexTable {
  public:
   IndexTable() = default;
   explicit IndexTable(std::size_t size);
-  // Whether a table of `size` slots is a mapping of its own.
-  static bool mappedAt(std::size_t size);
+  // Whether a table of `size` slots is a mapping of its own (asked on every insertion into a
+  // large map, so answered inline).
+  static bool mappedAt(std::size_t size) { return size * sizeof(uint64_t) >= mappedFrom; }
   IndexTable(IndexTable&& other) noexcept { take(other); }
   IndexTable& operator=(IndexTable&& other) noexcept {
     if (this != &other) {
@@ -360,6 +360,9 @@ class IndexTable {
  private:
   void take(IndexTable& other) noexcept;
   void reset() noexcept;
+
+  // Tables of at least this many bytes get a mapping of their own.
+  static constexpr std::size_t mappedFrom = std::size_t(32) * 1024;
 
   uint64_t* slots_ = nullptr;
   std::size_t size_ = 0;  // slots in use, 0 once retired
@@ -771,11 +774,12 @@ class OrderedMap {
     return *migration_;
   }
   void tendIndexes() {
-    if (!migration_ && !IndexTable::mappedAt(2 * index_.size())) return;
+    bool const nextMapped = IndexTable::mappedAt(2 * index_.size());
+    if (!migration_ && !nextMapped) return;
     Migration& m = migration();
     if (m.retired.releasing()) m.retired.releaseSome(releasePages);
     if (!m.oldIndex.empty()) return;
-    if (m.nextIndex.empty() && IndexTable::mappedAt(2 * index_.size()) && nextIndexDue()) {
+    if (m.nextIndex.empty() && nextMapped && nextIndexDue()) {
       m.nextIndex = IndexTable(2 * index_.size());
     }
     if (m.nextIndex.empty()) return;
