@@ -58,7 +58,10 @@ T Args::check(std::optional<T> const& value, std::string_view word, std::string_
 }
 
 uint64_t Args::number(std::size_t i, uint64_t max) {
-  return check(parseUnsigned(word(i), max), word(i), "number",
+  // The range's text is made only for the message.
+  auto const value = parseUnsigned(word(i), max);
+  if (value) return *value;
+  return check(value, word(i), "number",
                max == UINT64_MAX ? std::string("decimal") : cat("0-", max));
 }
 

@@ -12,14 +12,12 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/noxsim/Action.h"
 #include "tools/noxsim/Args.h"
 
 namespace Noxsim {
 
 class Sim;
-
-// What a command does when it runs. Empty when the parser rejected the command.
-using Action = std::function<void(Sim&)>;
 
 // One line of a block (the lines between a block command and its `end`).
 struct BlockLine {

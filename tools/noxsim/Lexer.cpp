@@ -10,7 +10,13 @@ namespace Noxsim {
 
 namespace {
 
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+// Every character of a word is above the space, bar stray control characters: one compare
+// settles nearly every character of a line.
+bool isBlank(char c) {
+  constexpr uint64_t blanks = (uint64_t{1} << ' ') | (uint64_t{1} << '\t') | (uint64_t{1} << '\r');
+  auto const u = static_cast<unsigned char>(c);
+  return u <= ' ' && ((blanks >> u) & 1) != 0;
+}
 
 }  // namespace
 
@@ -28,12 +34,14 @@ std::string_view trimBlanks(std::string_view text) {
 void splitWords(std::string_view line, std::vector<std::string_view>& words) {
   words.clear();
   line = stripComment(line);
-  std::size_t i = 0;
-  while (i < line.size()) {
-    while (i < line.size() && isBlank(line[i])) ++i;
-    std::size_t const start = i;
-    while (i < line.size() && !isBlank(line[i])) ++i;
-    if (i > start) words.push_back(line.substr(start, i - start));
+  char const* at = line.data();
+  char const* const end = at + line.size();
+  for (;;) {
+    while (at != end && isBlank(*at)) ++at;
+    if (at == end) return;
+    char const* const start = at;
+    while (at != end && !isBlank(*at)) ++at;
+    words.emplace_back(start, std::size_t(at - start));
   }
 }
 

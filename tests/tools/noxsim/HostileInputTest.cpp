@@ -17,28 +17,13 @@
 
 #include "platform/kelp/Table.h"
 #include "platform/kelp/TableList.h"
+#include "tests/tools/noxsim/RunOutcome.h"
 #include "tools/noxsim/Runner.h"
 
 namespace Noxsim {
 namespace {
 
 using ::testing::HasSubstr;
-
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-Outcome run(std::string const& scenario, std::vector<char const*> options) {
-  std::vector<char const*> argv = {"noxsim"};
-  argv.insert(argv.end(), options.begin(), options.end());
-  argv.push_back("-");
-  std::istringstream in(scenario);
-  std::ostringstream out, err;
-  int const status = runMain(int(argv.size()), argv.data(), in, out, err);
-  return {status, out.str(), err.str()};
-}
 
 std::string uniquePrefix(char const* what) {
   return std::string("noxsimtest") + std::to_string(getpid()) + what;

@@ -1,6 +1,7 @@
 // noxsim end to end in one process: exit statuses, output streams, range errors and
 // `expect error`, trace capture and printing.
 
+#include "tests/tools/noxsim/RunOutcome.h"
 #include "tools/noxsim/Runner.h"
 
 #include <gtest/gtest.h>
@@ -10,23 +11,6 @@
 
 namespace Noxsim {
 namespace {
-
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-// Runs `scenario` as standard input with the given options.
-Outcome run(std::string const& scenario, std::vector<char const*> options = {}) {
-  std::vector<char const*> argv = {"noxsim"};
-  argv.insert(argv.end(), options.begin(), options.end());
-  argv.push_back("-");
-  std::istringstream in(scenario);
-  std::ostringstream out, err;
-  int const status = runMain(int(argv.size()), argv.data(), in, out, err);
-  return {status, out.str(), err.str()};
-}
 
 constexpr char const* addMpls = "l2rib floodset add 10 00:00:00:00:00:01 mpls/1/Tunnel5/1000\n";
 constexpr char const* addHugeTunnel =
