@@ -27,7 +27,8 @@ struct BlockLine {
 
 struct ParseInput {
   Args& args;
-  // The rest of the line after the command's words: comment removed, outer blanks trimmed.
+  // For a command that takes text, the rest of the line after its words: comment removed,
+  // outer blanks trimmed. Empty for the others.
   std::string_view rest;
   std::span<BlockLine const> block;  // empty unless the command takes a block
   // Set by a parser whose error is on a line of the block rather than the command's own.

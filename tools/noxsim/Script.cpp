@@ -310,7 +310,9 @@ bool Script::parseCommand(LineReader& reader, std::string_view line,
 
   Args args(command, entry->takesText ? words.subspan(words.size()) : words.subspan(commandWords));
   std::string_view const rest =
-      trimBlanks(stripComment(line).substr(std::size_t(command.end() - line.begin())));
+      entry->takesText
+          ? trimBlanks(stripComment(line).substr(std::size_t(command.end() - line.begin())))
+          : std::string_view();
   ParseInput input{args, rest, block};
   Action action = args.ok() ? entry->parse(input) : Action();
   if (args.ok()) args.optionsDone();
