@@ -132,6 +132,8 @@ void EsiFilteringDecapSm::backlogWaitingIs(RouteKey const& routeKey) {
 }
 
 void EsiFilteringDecapSm::backlogWaitingIs() {
+  // A start-up backlog of a hundred thousand routes is recorded into a map sized once.
+  backlogSince_.reserve(lfibTrackingStatus_->routeKeyBacklogs());
   for (auto const& entry : lfibTrackingStatus_->routeKeyBacklogColl()) {
     backlogSince_.started(entry.key, scheduler_->now());
   }

@@ -63,6 +63,9 @@ class PendingSince {
       stopped(key);
     }
   }
+  // Room for `n` waiting items at once: a machine that finds many waiting when it starts sizes
+  // the map once instead of growing it through every doubling.
+  void reserve(std::size_t n) { since_.reserve(n); }
   bool waiting(Key const& key) const { return since_.contains(key); }
   // 0 for an item not recorded.
   double since(Key const& key) const {
