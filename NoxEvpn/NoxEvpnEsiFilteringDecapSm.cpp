@@ -11,6 +11,8 @@
 
 #include "NoxEvpn/NoxEvpnEsiFilteringDecapSm.h"
 
+#include <utility>
+
 #include "platform/trace/Trace.h"
 
 namespace Nox {
@@ -144,11 +146,14 @@ void EsiFilteringDecapSm::backlogWaitingIs() {
 void EsiFilteringDecapSm::processRouteKey(RouteKey const& routeKey) {
   NOX_TRACE_ENTRY("processRouteKey route {}", routeKey);
   VEL_ASSERT(initialized());
+  Listing const outer = std::exchange(listing_, Listing::untouched);
   bool const viaWaiting = decideRouteKey(routeKey);
+  Listing const listing = std::exchange(listing_, outer);
   // Every decision first takes the route off the list and lists it again if it fails again: it
-  // has waited since it was first listed, so its time is settled once the decision is made.
+  // has waited since it was first listed, so its time is settled once the decision is made. A
+  // decision that left the list alone leaves the time as it was.
   double const now = scheduler_->now();
-  listedSince_.settle(routeKey, lfibHwStatus_->unprogrammedRouteIsMemberOf(routeKey), now);
+  if (listing != Listing::untouched) listedSince_.settle(routeKey, listing == Listing::listed, now);
   viaWaitingSince_.settle(routeKey, viaWaiting, now);
 }
 
@@ -236,12 +241,14 @@ void EsiFilteringDecapSm::addRouteToUnprogrammed(RouteKey const& routeKey,
                                                  LfibHwProgrammingReturnCode reason) {
   NOX_TRACE_ENTRY("addRouteToUnprogrammed route {} reason {}", routeKey, reason);
   VEL_ASSERT(initialized());
+  listing_ = Listing::listed;
   lfibHwStatus_->unprogrammedRouteIs(routeKey, reason);
 }
 
 void EsiFilteringDecapSm::deleteRouteFromUnprogrammed(RouteKey const& routeKey) {
   NOX_TRACE_ENTRY("deleteRouteFromUnprogrammed route {}", routeKey);
   VEL_ASSERT(initialized());
+  listing_ = Listing::unlisted;
   if (lfibHwStatus_->unprogrammedRoutes() == 0) {
     NOX_TRACE(5, "No unprogrammed routes, nothing to delete");
     return;

@@ -10,6 +10,7 @@
 // The machine is driven by the LFIB's backlog of changed route keys, not by the route table: it
 // handles every key in the backlog once and removes it.
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 
@@ -153,6 +154,10 @@ class EsiFilteringDecapSm : public Vel::PtrInterface, public Vel::Described {
   void backlogWaitingIs(Mpls::RouteKey const& routeKey);
   void backlogWaitingIs();
   PendingSince<Mpls::RouteKey> listedSince_;
+  // What the decision being made did to its route's place on the unprogrammed list, so that the
+  // route's time there is settled without reading the list again after every decision.
+  enum class Listing : uint8_t { untouched, listed, unlisted };
+  Listing listing_ = Listing::untouched;
   PendingSince<Mpls::RouteKey> viaWaitingSince_;
   PendingSince<Mpls::RouteKey> backlogSince_;
 };
