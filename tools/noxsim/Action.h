@@ -7,6 +7,7 @@
 // An Action keeps a capture of up to `inlineBytes` in place and only a larger one on the heap.
 
 #include <cstddef>
+#include <memory>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -25,11 +26,9 @@ class Action {
       Action(F&& f) {  // NOLINT(google-explicit-constructor): parsers return their lambdas as is
     using Callable = std::decay_t<F>;
     if constexpr (fitsInPlace<Callable>()) {
-      ::new (static_cast<void*>(storage_)) Callable(std::forward<F>(f));
-      ops_ = &inPlaceOps<Callable>;
+      emplace<Callable>(std::forward<F>(f));
     } else {
-      ::new (static_cast<void*>(storage_)) Callable*(new Callable(std::forward<F>(f)));
-      ops_ = &onHeapOps<Callable>;
+      emplace<OnHeap<Callable>>(OnHeap<Callable>{std::make_unique<Callable>(std::forward<F>(f))});
     }
   }
   Action(Action&& other) noexcept { takeFrom(other); }
@@ -60,8 +59,21 @@ class Action {
            std::is_nothrow_move_constructible_v<Callable>;
   }
 
+  // A capture too large to keep in place, kept in place as its address.
   template <class Callable>
-  static constexpr Ops inPlaceOps = {
+  struct OnHeap {
+    std::unique_ptr<Callable> callable;
+    void operator()(Sim& sim) const { (*callable)(sim); }
+  };
+
+  template <class Callable, class Arg>
+  void emplace(Arg&& arg) {
+    ::new (static_cast<void*>(storage_)) Callable(std::forward<Arg>(arg));
+    ops_ = &ops<Callable>;
+  }
+
+  template <class Callable>
+  static constexpr Ops ops = {
       [](void const* storage, Sim& sim) {
         (*std::launder(static_cast<Callable const*>(storage)))(sim);
       },
@@ -71,17 +83,6 @@ class Action {
         source->~Callable();
       },
       [](void* storage) { std::launder(static_cast<Callable*>(storage))->~Callable(); },
-  };
-
-  template <class Callable>
-  static constexpr Ops onHeapOps = {
-      [](void const* storage, Sim& sim) {
-        (**std::launder(static_cast<Callable* const*>(storage)))(sim);
-      },
-      [](void* from, void* to) {
-        ::new (to) Callable*(*std::launder(static_cast<Callable**>(from)));
-      },
-      [](void* storage) { delete *std::launder(static_cast<Callable**>(storage)); },
   };
 
   void takeFrom(Action& other) noexcept {
