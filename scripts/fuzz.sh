@@ -22,7 +22,10 @@ run_one() {
   local name="$1" seconds="$2" runs="$3"
   local dir="$runs/$name"
   mkdir -p "$dir/corpus" "$dir/artifacts" "$dir/tmp"
-  cp tests/fuzz/corpus/"$name"/* "$dir/corpus/"
+  # Seeds: the harness's corpus, if it has one; the scenario harness's are every scenario the
+  # tests run, read where they live.
+  if [ -d "tests/fuzz/corpus/$name" ]; then cp tests/fuzz/corpus/"$name"/* "$dir/corpus/"; fi
+  if [ "$name" = scenario_fuzz ]; then cp tests/scenarios/*.nox examples/*.nox "$dir/corpus/"; fi
   local dict=()
   [ -f "tests/fuzz/$name.dict" ] && dict=(-dict="tests/fuzz/$name.dict")
   # A unit that takes 20 s is a hang; 2 GB of memory is a leak or a runaway allocation.
@@ -43,5 +46,7 @@ run_one() {
 export -f run_one
 
 status=0
-ls tests/fuzz/corpus | xargs -P 2 -I{} bash -c 'run_one "$@"' _ {} "$seconds" "$runs" || status=1
+# One run per harness, tests/fuzz/NAME.cpp, whether or not it has a corpus directory.
+for source in tests/fuzz/*.cpp; do basename "$source" .cpp; done |
+  xargs -P 2 -I{} bash -c 'run_one "$@"' _ {} "$seconds" "$runs" || status=1
 exit $status

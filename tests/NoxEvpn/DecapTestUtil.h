@@ -5,8 +5,6 @@
 // LFIB only; the tests put route keys in the backlog themselves (touch), as the owner would.
 
 #include <initializer_list>
-#include <set>
-#include <string>
 
 #include "NoxEvpn/NoxEvpnEsiFilteringDecapSm.h"
 #include "platform/cog/Clock.h"
@@ -52,23 +50,5 @@ struct DecapWorld {
     touch(label);
   }
 };
-
-// "LABEL INTF" per programmed route, as the machine records it.
-inline std::set<std::string> programmed(Nox::EsiFilteringDecapSm const& sm) {
-  std::set<std::string> lines;
-  for (auto const& [key, via] : sm.routeEsiFilterViaColl()) {
-    lines.insert(valueToStrep(key) + " " + via.intfId().name());
-  }
-  return lines;
-}
-
-// "LABEL reason=N" per listed route.
-inline std::set<std::string> unprogrammed(Mpls::LfibHwStatus const& hwStatus) {
-  std::set<std::string> lines;
-  for (auto const& entry : hwStatus.unprogrammedRouteColl()) {
-    lines.insert(valueToStrep(entry.key) + " reason=" + std::to_string(uint32_t(entry.value)));
-  }
-  return lines;
-}
 
 }  // namespace NoxTest

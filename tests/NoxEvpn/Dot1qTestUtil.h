@@ -15,6 +15,7 @@
 
 #include "NoxEvpn/NoxEvpnFloodingDot1qSm.h"
 #include "platform/cog/Clock.h"
+#include "tests/NoxEvpn/FloodSetTestUtil.h"
 
 namespace NoxTest {
 
@@ -81,9 +82,7 @@ struct Dot1qInputs {
     evpn->vlanToDot1qIs(Bridging::VlanId(vlan), Bridging::VlanIdOrNone(dot1q));
   }
   void lag(std::string const& name, std::vector<std::string> const& ports) {
-    Nox::NoxPortList list;
-    for (auto const& port : ports) list.portIs(intf(port));
-    ncsd->lagToPortIs(intf(name), list);
+    ncsd->lagToPortIs(intf(name), portList(ports));
   }
   void rc(Nox::HwProgrammingStatus status) { stub->createVlanToDot1qRcIs(status); }
 

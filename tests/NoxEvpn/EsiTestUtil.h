@@ -13,6 +13,7 @@
 
 #include "NoxEvpn/NoxEvpnFloodingEsiSm.h"
 #include "platform/cog/Clock.h"
+#include "tests/NoxEvpn/FloodSetTestUtil.h"
 
 namespace NoxTest {
 
@@ -102,9 +103,7 @@ struct EsiWorld {
                                     Evpn::EncapTypeLabel(encap, Gantry::MplsLabel(label)));
   }
   void lagIs(std::string const& lag, std::vector<std::string> const& ports) {
-    Nox::NoxPortList list;
-    for (std::string const& port : ports) list.portIs(Gantry::IntfId(port));
-    ncsd->lagToPortIs(Gantry::IntfId(lag), list);
+    ncsd->lagToPortIs(Gantry::IntfId(lag), portList(ports));
   }
   void advance(double seconds) { scheduler->advanceBy(seconds); }
 

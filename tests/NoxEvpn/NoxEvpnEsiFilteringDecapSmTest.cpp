@@ -13,125 +13,18 @@
 
 namespace {
 
-using Lines = std::set<std::string>;
 using NoxTest::filterVia;
-using NoxTest::programmed;
 using NoxTest::routeKey;
-using NoxTest::unprogrammed;
 
 class DecapTest : public ::testing::Test {
  protected:
   void SetUp() override { sm = w.start(); }
   void settle() { w.scheduler->runReady(); }
   void advance(double seconds) { w.scheduler->advanceBy(seconds); }
-  Lines listed() { return unprogrammed(*w.hwStatus); }
-  std::string lastCreate() {
-    return w.helper->createEsiPortMapLabel().stringValue() + "/" +
-           w.helper->createEsiPortMapIntfId().name();
-  }
-  std::string lastDelete() {
-    return w.helper->deleteEsiPortMapLabel().stringValue() + "/" +
-           w.helper->deleteEsiPortMapIntfId().name();
-  }
 
   NoxTest::DecapWorld w;
   Vel::Ptr<Nox::EsiFilteringDecapSm> sm;
 };
-
-TEST_F(DecapTest, FirstFilterViaOfARouteIsProgrammedAndTheBacklogDrained) {
-  w.filter(1, "Ethernet1");
-  w.filter(2, "Ethernet2");
-  w.viaSet(7, {filterVia(1), filterVia(2), Mpls::LfibViaKey(Mpls::LfibViaType(5), 9)});
-  w.route(1000, 7);
-  w.touch(1000);
-  settle();
-  EXPECT_EQ(w.helper->createEsiPortMapCount(), 1u);
-  EXPECT_EQ(lastCreate(), "1000/Ethernet1");
-  EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet1"}));
-  EXPECT_EQ(sm->intfRoute(Gantry::IntfId("Ethernet1")), routeKey(1000));
-  EXPECT_TRUE(listed().empty());
-  EXPECT_EQ(w.tracking->routeKeyBacklogs(), 0u);
-  EXPECT_FALSE(sm->reviewUnprogrammed()->taskScheduled());
-}
-
-TEST_F(DecapTest, ChangedInterfaceDeletesTheOldMapBeforeCreatingTheNew) {
-  w.filterRoute(1000, "Ethernet1");
-  settle();
-  w.filter(1000, "Ethernet2");
-  w.touch(1000);
-  settle();
-  EXPECT_EQ(w.helper->deleteEsiPortMapCount(), 1u);
-  EXPECT_EQ(lastDelete(), "1000/Ethernet1");
-  EXPECT_EQ(w.helper->createEsiPortMapCount(), 2u);
-  EXPECT_EQ(lastCreate(), "1000/Ethernet2");
-  EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet2"}));
-  EXPECT_FALSE(sm->intfRouteIsMemberOf(Gantry::IntfId("Ethernet1")));
-}
-
-TEST_F(DecapTest, DeletedRouteOrViaSetUndoesWhatTheRouteHad) {
-  w.filterRoute(1000, "Ethernet1");
-  settle();
-  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingBusy);
-  w.filterRoute(2000, "Ethernet2");
-  settle();
-  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingSuccess);
-  EXPECT_EQ(listed(), (Lines{"2000 reason=3"}));
-
-  w.lfib->routeDel(routeKey(1000));
-  w.touch(1000);
-  w.lfib->viaSetDel(Mpls::LfibViaSetKey(2000));
-  w.touch(2000);
-  settle();
-  EXPECT_EQ(w.helper->deleteEsiPortMapCount(), 1u);
-  EXPECT_EQ(lastDelete(), "1000/Ethernet1");
-  EXPECT_TRUE(programmed(*sm).empty());
-  EXPECT_FALSE(sm->intfRouteIsMemberOf(Gantry::IntfId("Ethernet1")));
-  EXPECT_TRUE(listed().empty());
-}
-
-TEST_F(DecapTest, SecondRouteOnAnInterfaceWaitsAsAConflictUntilTheFirstGoes) {
-  w.filterRoute(1000, "Ethernet1");
-  w.filterRoute(2000, "Ethernet1");
-  settle();
-  EXPECT_EQ(w.helper->createEsiPortMapCount(), 1u);
-  EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet1"}));
-  EXPECT_EQ(listed(), (Lines{"2000 reason=1"}));
-
-  advance(5.0);
-  EXPECT_EQ(w.helper->createEsiPortMapCount(), 1u);
-  EXPECT_EQ(listed(), (Lines{"2000 reason=1"}));
-
-  w.lfib->routeDel(routeKey(1000));
-  w.touch(1000);
-  settle();
-  advance(5.0);
-  EXPECT_EQ(programmed(*sm), (Lines{"2000 Ethernet1"}));
-  EXPECT_TRUE(listed().empty());
-  EXPECT_FALSE(sm->reviewUnprogrammed()->taskScheduled());
-}
-
-TEST_F(DecapTest, RetryableCodesAreListedAndRetriedEveryIntervalUntilSuccess) {
-  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingNoResource);
-  w.filterRoute(1000, "Ethernet1");
-  settle();
-  EXPECT_EQ(listed(), (Lines{"1000 reason=2"}));
-  EXPECT_EQ(sm->reviewUnprogrammed()->taskDue(), 5.0);
-
-  advance(4.9);
-  EXPECT_EQ(w.helper->createEsiPortMapCount(), 1u);
-  advance(0.1);
-  EXPECT_EQ(w.helper->createEsiPortMapCount(), 2u);
-  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingBusy);
-  advance(5.0);
-  EXPECT_EQ(w.helper->createEsiPortMapCount(), 3u);
-  EXPECT_EQ(listed(), (Lines{"1000 reason=3"}));
-
-  w.helper->createEsiPortMapRcIs(Mpls::lfibHwProgrammingSuccess);
-  advance(5.0);
-  EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet1"}));
-  EXPECT_TRUE(listed().empty());
-  EXPECT_FALSE(sm->reviewUnprogrammed()->taskScheduled());
-}
 
 // A key waits in the backlog from its arrival; a listed route keeps the time it was first listed
 // through retries that fail again, whatever the code; a route waits for its filter via until it
@@ -157,22 +50,6 @@ TEST_F(DecapTest, PendingListsListedRoutesRoutesWithoutViaAndTheBacklogSinceThey
   w.touch(3000);
   advance(5.0);
   EXPECT_EQ(sm->pending(), Items{});
-}
-
-TEST_F(DecapTest, ANewInstanceStartsEmptyAndDrainsTheBacklogItFinds) {
-  w.filterRoute(1000, "Ethernet1");
-  w.filterRoute(2000, "Ethernet2");
-  settle();
-  sm = nullptr;
-  w.touch(1000);
-  w.touch(2000);
-  sm = w.start();
-  EXPECT_TRUE(programmed(*sm).empty());
-  settle();
-  EXPECT_EQ(w.helper->createEsiPortMapCount(), 4u);
-  EXPECT_EQ(w.helper->deleteEsiPortMapCount(), 0u);
-  EXPECT_EQ(programmed(*sm), (Lines{"1000 Ethernet1", "2000 Ethernet2"}));
-  EXPECT_EQ(w.tracking->routeKeyBacklogs(), 0u);
 }
 
 TEST_F(DecapTest, BrokenInvariantsStopTheProcess) {

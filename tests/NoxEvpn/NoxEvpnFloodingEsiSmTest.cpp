@@ -47,26 +47,6 @@ TEST_F(EsiSmTest, TunnelPublishedThroughAnotherPairProgramsThePairsThatWaitedFor
   EXPECT_EQ(esi(), (Lines{"Ethernet2 1 tunnel=2 hw=1 label=100"}));
 }
 
-TEST_F(EsiSmTest, VlansBehindOneTunnelShareItsIdWhichGoesWithTheLastOfThem) {
-  sm = w.start();
-  w.dfIs("Ethernet1", 10, 5);
-  EXPECT_EQ(calls(), (Calls{"get -> 1"}));  // no label yet: published, nothing programmed
-  EXPECT_EQ(w.published(), (Lines{"5=1"}));
-  w.labelIs("Ethernet1", 5, 1000);
-  w.dfIs("Ethernet1", 20, 5);
-  EXPECT_EQ(calls(), (Calls{"create Ethernet1 10 5 1 1000 -> programmed",
-                            "create Ethernet1 20 5 1 1000 -> programmed"}));
-  w.dfDel("Ethernet1", 10);
-  EXPECT_EQ(calls(), (Calls{"delete Ethernet1 10"}));
-  EXPECT_EQ(w.published(), (Lines{"5=1"}));
-  w.dfDel("Ethernet1", 20);
-  EXPECT_EQ(calls(), (Calls{"release 1", "delete Ethernet1 20"}));
-  EXPECT_TRUE(w.published().empty());
-  EXPECT_EQ(sm->intfVlanSets() + sm->intfVlanTunnels() + sm->tunnelIntfVlanSets() +
-                sm->intfTunnelVlanSets() + sm->intfVlanTunnelLabels() + sm->esiStatuss(),
-            0u);
-}
-
 TEST_F(EsiSmTest, UnchangedLabelIsANoOpAndOnlyMplsLabelsAreProgrammed) {
   sm = w.start();
   w.dfIs("Ethernet1", 10, 5);
@@ -90,28 +70,6 @@ TEST_F(EsiSmTest, UnchangedLabelIsANoOpAndOnlyMplsLabelsAreProgrammed) {
                      "'label': 1000})"));
 }
 
-TEST_F(EsiSmTest, PortChannelProgramsItsMembersAndFollowsThem) {
-  sm = w.start();
-  w.dfIs("Port-Channel1", 10, 5);
-  w.labelIs("Port-Channel1", 5, 1000);
-  EXPECT_TRUE(traced(capture.traced(), "no lag configuration"));
-  w.lagIs("Port-Channel1", {"Ethernet1", "Ethernet2"});
-  EXPECT_EQ(esi(), (Lines{"Ethernet1 10 tunnel=5 hw=1 label=1000",
-                          "Ethernet2 10 tunnel=5 hw=1 label=1000"}));
-  calls();
-  w.lagIs("Port-Channel1", {"Ethernet2", "Ethernet3"});
-  EXPECT_EQ(calls(), (Calls{"delete Ethernet1 10", "create Ethernet3 10 5 1 1000 -> programmed"}));
-  EXPECT_TRUE(traced(capture.traced(), "stale lag member, delete"));
-  w.lagIs("Port-Channel1", {});
-  EXPECT_TRUE(traced(capture.traced(), "no lag members"));
-  EXPECT_TRUE(esi().empty());
-  w.lagIs("Port-Channel1", {"Ethernet4"});
-  w.ncsd->lagToPortDel(Gantry::IntfId("Port-Channel1"));
-  EXPECT_TRUE(traced(capture.traced(), "no lag configuration"));
-  EXPECT_TRUE(esi().empty());
-  EXPECT_EQ(w.published(), (Lines{"5=1"}));  // the tunnel is still the VLAN's
-}
-
 TEST_F(EsiSmTest, ReviewYieldsAndResumesAfterTheInterval) {
   sm = w.start();
   w.helper->createEsiDataRcIs(Nox::notProgrammed);
@@ -128,7 +86,8 @@ TEST_F(EsiSmTest, ReviewYieldsAndResumesAfterTheInterval) {
 
 // Hardware tunnel ids are not carried over a restart: the table is emptied and every tunnel
 // in use takes a fresh id, while a machine built over present inputs programs what they say.
-TEST_F(EsiSmTest, StartupEmptiesTheTableAndWalksTheInputs) {
+// Once the inputs are gone again, the machine holds nothing.
+TEST_F(EsiSmTest, StartupEmptiesTheTableWalksTheInputsAndKeepsNothingOnceTheyGo) {
   w.lagIs("Port-Channel1", {"Ethernet1", "Ethernet2"});
   w.dfIs("Port-Channel1", 10, 5);
   w.labelIs("Port-Channel1", 5, 1000);
@@ -139,6 +98,13 @@ TEST_F(EsiSmTest, StartupEmptiesTheTableAndWalksTheInputs) {
   EXPECT_EQ(esi(), (Lines{"Ethernet1 10 tunnel=5 hw=1 label=1000",
                           "Ethernet2 10 tunnel=5 hw=1 label=1000"}));
   EXPECT_TRUE(w.tunnels->tunnelIdToHwTunnelIdControl().ready);
+
+  w.dfDel("Port-Channel1", 10);
+  EXPECT_TRUE(w.published().empty());
+  EXPECT_TRUE(esi().empty());
+  EXPECT_EQ(sm->intfVlanSets() + sm->intfVlanTunnels() + sm->tunnelIntfVlanSets() +
+                sm->intfTunnelVlanSets() + sm->intfVlanTunnelLabels() + sm->esiStatuss(),
+            0u);
 }
 
 // A waiting item is listed from its first failure on, a retry that fails again keeps that time,
@@ -173,12 +139,6 @@ TEST_F(EsiSmTest, TepOutsideTheTunnelIdRangeRaisesTheRangeError) {
                Vel::RangeException);
   EXPECT_TRUE(w.published().empty());
   EXPECT_THROW(segment->remoteEsiLabelIs(tooBig, Evpn::EncapTypeLabel()), Vel::RangeException);
-}
-
-TEST_F(EsiSmTest, NullSegmentGivenToTheReactorMutatorIsARangeError) {
-  sm = w.start();
-  EXPECT_THROW(sm->segmentStatusIs(nullptr), Vel::RangeException);
-  EXPECT_EQ(sm->segmentStatuss(), 0u);
 }
 
 }  // namespace

@@ -67,34 +67,6 @@ TEST(Keys, TextFormsNameTypeAndFieldsInOrder) {
             Nox::TunnelIdToHwTunnelId(TunnelId(5), Nox::HwTunnelId(601)));
 }
 
-TEST(SetEntities, NotifyEachMemberChangeAndNothingForAbsentDeletes) {
-  Vel::Ptr<Nox::TunnelIntfVlanSet> set(new Nox::TunnelIntfVlanSet(TunnelId(3)));
-  struct Log : Nox::TunnelIntfVlanSet::NotifieeConst {
-    explicit Log(Vel::Ptr<Nox::TunnelIntfVlanSet const> const& s) : NotifieeConst(s) {}
-    void onIntfVlan(Nox::IntfVlanKey const& k) override { keys.push_back(k); }
-    std::vector<Nox::IntfVlanKey> keys;
-  } log(set);
-  Nox::IntfVlanKey k(IntfId("Ethernet1"), VlanId(10));
-  set->intfVlanIs(k, true);
-  set->intfVlanIs(k, true);
-  set->intfVlanDel(Nox::IntfVlanKey(IntfId("Ethernet2"), VlanId(10)));
-  set->intfVlanDel(k);
-  EXPECT_EQ(log.keys, (std::vector<Nox::IntfVlanKey>{k, k}));
-  EXPECT_EQ(set->key(), TunnelId(3));
-  EXPECT_EQ(set->typeInfo().name(), "Nox::TunnelIntfVlanSet");
-}
-
-TEST(SetEntities, StatusKeepsProgrammedAndUnprogrammedApart) {
-  Vel::Ptr<Nox::IntfVlanStatus> s(new Nox::IntfVlanStatus({IntfId("Port-Channel1"), VlanId(5)}));
-  s->unprogrammedIs(IntfId("Ethernet1"), true);
-  s->unprogrammedDel(IntfId("Ethernet1"));
-  s->programmedIs(IntfId("Ethernet1"), true);
-  EXPECT_EQ(s->programmeds(), 1u);
-  EXPECT_EQ(s->unprogrammeds(), 0u);
-  std::vector<std::string_view> attrs = s->typeInfo().attributes();
-  EXPECT_EQ(attrs, (std::vector<std::string_view>{"programmed", "unprogrammed"}));
-}
-
 TEST(HwProgrammingStatus, LooksUpByNumberAndNameAndPrintsItsName) {
   EXPECT_EQ(Nox::HwProgrammingStatusInstance(2u), Nox::invalidHwId);
   EXPECT_EQ(Nox::HwProgrammingStatusInstance(Vel::String("notProgrammed")), Nox::notProgrammed);

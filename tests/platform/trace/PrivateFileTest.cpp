@@ -83,17 +83,22 @@ TEST(PrivateFile, FleckBufferBehindAPlantedLinkIsReportedOnceAndTracingGoesOn) {
   EXPECT_EQ(readFile(dir.file("target")), "precious");
 }
 
-TEST(PrivateFile, DirectoryPrefersTheUsersRuntimeDirectory) {
-  unsetenv("XDG_RUNTIME_DIR");
-  unsetenv("TMPDIR");
-  unsetenv("NOX_FLECK_FILE");
-  EXPECT_EQ(Trace::privateFileDirectory(), "/tmp");
+// Private files, the Fleck buffer among them, go to XDG_RUNTIME_DIR, else TMPDIR, else /tmp;
+// NOX_FLECK_FILE names the buffer outright.
+TEST(PrivateFile, DirectoryPrefersTheUsersRuntimeDirectoryThenTmpdir) {
+  std::string const buffer = "/nox-fleck-" + std::to_string(getpid()) + ".flk";
+  auto const unsetAll = [] {
+    for (char const* name : {"XDG_RUNTIME_DIR", "TMPDIR", "NOX_FLECK_FILE"}) unsetenv(name);
+  };
+  unsetAll();
+  EXPECT_EQ(Fleck::defaultPath(), "/tmp" + buffer);
   setenv("TMPDIR", "/var/tmp", 1);
-  EXPECT_EQ(Trace::privateFileDirectory(), "/var/tmp");
+  EXPECT_EQ(Fleck::defaultPath(), "/var/tmp" + buffer);
   setenv("XDG_RUNTIME_DIR", "/run/user/1000", 1);
-  EXPECT_EQ(Fleck::defaultPath(), "/run/user/1000/nox-fleck-" + std::to_string(getpid()) + ".flk");
-  unsetenv("XDG_RUNTIME_DIR");
-  unsetenv("TMPDIR");
+  EXPECT_EQ(Fleck::defaultPath(), "/run/user/1000" + buffer);
+  setenv("NOX_FLECK_FILE", "/somewhere/f.flk", 1);
+  EXPECT_EQ(Fleck::defaultPath(), "/somewhere/f.flk");
+  unsetAll();
 }
 
 TEST(PrivateFile, BufferSizesAreCheckedNotWrapped) {

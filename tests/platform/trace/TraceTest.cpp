@@ -107,15 +107,6 @@ TEST_F(TextTrace, RecordCarriesExactTextFacilityLevelFileAndLine) {
   EXPECT_EQ(records[2].line, otherLine);
 }
 
-TEST_F(TextTrace, EntryIsLevelEightAndChangeLevelOne) {
-  Trace::levelIs("TraceTest", 1);
-  NOX_TRACE_ENTRY("entry");
-  NOX_TRACE_CHANGE("change");
-  Trace::levelIs("TraceTest", 8);
-  NOX_TRACE_ENTRY("entry");
-  EXPECT_THAT(texts(), ElementsAre("change", "entry"));
-}
-
 struct Streamed {
   int* formatted;
 };

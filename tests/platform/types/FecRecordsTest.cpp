@@ -2,7 +2,6 @@
 
 #include <sstream>
 #include <type_traits>
-#include <vector>
 
 #include "platform/types/Fib/Fib.h"
 #include "platform/types/L2Rib/L2RibTables.h"
@@ -73,37 +72,6 @@ TEST(ObjTuple, OrdersByIdThenTypeAndPrintsItsTable) {
   EXPECT_EQ(text(lb), "lb:5");
   EXPECT_EQ(text(ObjTuple(9, L2Rib::tableTypeDest_)), "dest:9");
   EXPECT_EQ(text(ObjTuple()), "none");
-}
-
-// A RIB table notifies every write, equal or not, and only deletes of present keys; it iterates
-// in ascending key order and reads an absent key as the default record.
-class HostTableTest : public ::testing::Test, public L2Rib::HostOutput::NotifieeConst {
- protected:
-  HostTableTest() { notifierIs(hosts); }
-  void onHost(Bridging::MacVlanPair const& pair) override { notified.push_back(pair); }
-
-  static Bridging::MacVlanPair pair(uint64_t mac, uint16_t vlan) {
-    return {Gantry::EthAddr::fromValue(mac), Bridging::VlanId(vlan)};
-  }
-
-  Vel::Ptr<L2Rib::HostOutput> hosts = L2Rib::hostOutputFactory("hosts");
-  std::vector<Bridging::MacVlanPair> notified;
-};
-
-TEST_F(HostTableTest, NotifiesWritesAndPresentDeletesAndIteratesInKeyOrder) {
-  L2Rib::HostAndSource const host(ObjTuple(1, L2Rib::tableTypeLabel_));
-  hosts->hostIs(pair(2, 10), host);
-  hosts->hostIs(pair(1, 20), host);
-  hosts->hostIs(pair(1, 20), host);
-  hosts->hostDel(pair(3, 10));
-  EXPECT_EQ(notified, (std::vector{pair(2, 10), pair(1, 20), pair(1, 20)}));
-  std::vector<Bridging::MacVlanPair> order;
-  for (auto const& entry : hosts->hostColl()) order.push_back(entry.key);
-  EXPECT_EQ(order, (std::vector{pair(1, 20), pair(2, 10)}));
-  EXPECT_EQ(hosts->host(pair(3, 10)), L2Rib::HostAndSource());
-  hosts->hostDelAll();
-  EXPECT_EQ(hosts->hosts(), 0u);
-  EXPECT_EQ(notified.size(), 5u);
 }
 
 }  // namespace

@@ -99,19 +99,4 @@ TEST(Dest, TunnelIdOfTheTunnelInterfaceIsRangeChecked) {
                Vel::RangeException);
 }
 
-TEST(FloodSet, FlagChangeOfAMemberIsAChangeOfThatMember) {
-  auto fs = L2Rib::floodSetFactory(Gantry::EthAddr::fromValue(1));
-  struct Log : L2Rib::FloodSet::NotifieeConst {
-    explicit Log(Vel::Ptr<L2Rib::FloodSet const> const& f) : NotifieeConst(f) {}
-    void onDestSet(Dest const& d) override { seen.push_back(d.stringValue()); }
-    void onFloodSetType() override { seen.push_back("type"); }
-    std::vector<std::string> seen;
-  } log(fs);
-  fs->destSetIs(parse("mpls/1/Tunnel5/1000"), true);
-  fs->destSetIs(parse("mpls/1/Tunnel5/1000"), false);
-  fs->floodSetTypeIs(L2Rib::FloodSetType{3});
-  EXPECT_EQ(log.seen,
-            (std::vector<std::string>{"mpls/1/Tunnel5/1000", "mpls/1/Tunnel5/1000", "type"}));
-}
-
 }  // namespace

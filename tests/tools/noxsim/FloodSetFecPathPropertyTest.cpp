@@ -24,6 +24,8 @@
 #if NOX_HAVE_RAPIDCHECK
 #include <rapidcheck/gtest.h>
 
+#include "tests/NoxEvpn/VerifyUtil.h"
+
 namespace {
 
 using Nox::MplsFloodSetVia;
@@ -97,9 +99,7 @@ class Path {
   void verify() {
     auto const found = Noxsim::verifyMachines(sim_, verifier_);
     RC_ASSERT(found.has_value());
-    for (auto const& d : *found) {
-      if (!d.expected) RC_FAIL(Nox::verifyDifferenceText(d));
-    }
+    NoxTest::requireVerified(*found);
   }
 
   void check() const {

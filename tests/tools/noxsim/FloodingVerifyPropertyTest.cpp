@@ -12,11 +12,13 @@
 #include <sstream>
 #include <string>
 
-#include "tools/noxsim/Runner.h"
+#include "tests/tools/noxsim/RunOutcome.h"
 #include "tools/noxsim/VerifyCommands.h"
 
 #if NOX_HAVE_RAPIDCHECK
 #include <rapidcheck/gtest.h>
+
+#include "tests/NoxEvpn/VerifyUtil.h"
 
 namespace {
 
@@ -101,13 +103,7 @@ class Agent {
  public:
   Agent() { run("start esi dot1q decap\nhwagent auto on\n"); }
 
-  void run(std::string const& text) {
-    // The Sim names the script's file in its messages: scripts live as long as it.
-    Noxsim::Script& script = scripts_.emplace_back();
-    std::string error;
-    RC_ASSERT(script.addText("property", text, error));
-    RC_ASSERT(Noxsim::runScript(script, sim_) == Noxsim::exitOk);
-  }
+  void run(std::string const& text) { RC_ASSERT(Noxsim::runText(sim_, scripts_, text) == ""); }
 
   // A machine op stops a running machine or restarts it, and starts a stopped one; the others
   // are plain commands.
@@ -133,9 +129,7 @@ class Agent {
   void verify() {
     auto const found = Noxsim::verifyMachines(sim_, verifier_);
     RC_ASSERT(found.has_value());
-    for (auto const& d : *found) {
-      if (!d.expected) RC_FAIL(Nox::verifyDifferenceText(d));
-    }
+    NoxTest::requireVerified(*found);
   }
 
  private:

@@ -87,14 +87,10 @@ TEST(RunnerTest, ARangeErrorMustBeExpectedOnTheNextCommand) {
             exitFailed);
 }
 
-TEST(RunnerTest, ACommandIsCheckedBeforeItWrites) {
-  // The tunnel id is rejected before the via is written, so nothing is published.
-  EXPECT_EQ(run("hwinfo set 281474976710656 1000 1 L2Intf1\nexpect error TunnelId\n"
-                "expect hwinfo\nend\n")
-                .status,
-            exitOk);
-  // The machine check of start comes before any machine is built.
-  Outcome const r = run("start floodset\nstart filter floodset\n");
+// Starting a running machine is an error of the scenario, not a range error: expect error does
+// not catch it.
+TEST(RunnerTest, StartingARunningMachineFailsTheRunEvenUnderExpectError) {
+  Outcome const r = run("start floodset\nstart filter floodset\nexpect error already started\n");
   EXPECT_EQ(r.status, exitFailed);
   EXPECT_EQ(r.err, "-:2: machine 'floodset' is already started\n");
 }
@@ -142,15 +138,13 @@ TEST(RunnerTest, CallsAreLoggedInCallOrderAndReadOnce) {
   Sim sim(out, err, false);
   sim.world().calls = {"flooding getHwTunnelId -> 7",
                        "flooding deleteEsiData intf=Ethernet1 vlan=10"};
-  Script script;
-  std::string error;
-  ASSERT_TRUE(script.addText("s.nox",
-                             "expect calls\n  flooding getHwTunnelId -> 7\n"
-                             "  flooding deleteEsiData intf=Ethernet1 vlan=10\nend\n"
-                             "expect calls\nend\n",
-                             error))
-      << error;
-  EXPECT_EQ(runScript(script, sim), exitOk) << err.str();
+  std::deque<Script> scripts;
+  EXPECT_EQ(runText(sim, scripts,
+                    "expect calls\n  flooding getHwTunnelId -> 7\n"
+                    "  flooding deleteEsiData intf=Ethernet1 vlan=10\nend\n"
+                    "expect calls\nend\n"),
+            "")
+      << err.str();
 }
 
 }  // namespace

@@ -9,7 +9,7 @@
 #include <set>
 #include <sstream>
 
-#include "tools/noxsim/Runner.h"
+#include "tests/tools/noxsim/RunOutcome.h"
 #include "tools/noxsim/VerifyCommands.h"
 
 namespace Noxsim {
@@ -37,13 +37,7 @@ l2rib host set 10 00:00:00:00:00:01 label:10
 
 class VerifyTest : public ::testing::Test {
  protected:
-  void run(std::string const& text) {
-    // The Sim names the script's file in its messages: scripts live as long as it.
-    Script& script = scripts.emplace_back();
-    std::string error;
-    ASSERT_TRUE(script.addText("test", text, error)) << error;
-    ASSERT_EQ(runScript(script, sim), exitOk) << err.str();
-  }
+  void run(std::string const& text) { ASSERT_EQ(runText(sim, scripts, text), "") << err.str(); }
   std::vector<Nox::VerifyDifference> verify(std::string_view machine) {
     auto found = verifyMachines(sim, {machine});
     EXPECT_TRUE(found.has_value());
