@@ -144,11 +144,7 @@ class HeapHousekeeping {
 
   static uintptr_t heapEnd() {
     auto const end = reinterpret_cast<uintptr_t>(::sbrk(0));
-    return end / pageSize() * pageSize();
-  }
-  static uintptr_t pageSize() {
-    static uintptr_t const size = uintptr_t(::sysconf(_SC_PAGESIZE));
-    return size;
+    return end / Vel::pageBytes() * Vel::pageBytes();
   }
   // Faults in what the heap took since the last look. The pages may already hold blocks:
   // faulting in for writing keeps what they hold. Where the kernel cannot, pages are left to
