@@ -134,6 +134,9 @@ class TunnelIdToHwTunnelId : public Vel::Value<TunnelIdToHwTunnelId> {
     KeyType const& key() const { return key_; }                                                \
     VEL_DESCRIBE(typeNameText, #member)                                                        \
     VEL_VALUE_COLLECTION(member, Member, MemberKey, MemberValue)                               \
+    /* Room for n members, for a writer that knows how many are coming. */                     \
+    void member##Reserve(std::size_t n) { member##_.reserve(n); }                              \
+                                                                                               \
    private:                                                                                    \
     KeyType const key_;                                                                        \
   }

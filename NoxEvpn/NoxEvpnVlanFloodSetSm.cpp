@@ -12,6 +12,8 @@
 #include "NoxEvpn/NoxEvpnVlanFloodSetSm.h"
 
 #include <algorithm>
+#include <array>
+#include <deque>
 #include <utility>
 #include <vector>
 
@@ -52,6 +54,61 @@ void forEachPrefetched(Coll const& coll, Prefetch const& prefetch, Work const& w
   }
 }
 }  // namespace
+
+// A cold start puts every destination into the set of its tunnel and the set of its via. In
+// input order, consecutive destinations go to different sets, and the index slot each insert
+// touches, somewhere in megabytes of indexes, is a cache miss. So the walk sets the inserts
+// aside, per tunnel and per via in the order they come, and makes them when it is done, one set
+// after another: a set's index stays in cache while it fills and is sized once. Each set still
+// lists its destinations in input order, and the sets are created in the order of their first
+// destination, as inserting them one by one would.
+struct EvpnVlanFloodSetSm::ColdStartInserts {
+  struct SetAside {
+    VlanMacDest d;
+    uint32_t hash;  // computed in the walk, where the configuration record needed it too
+  };
+  struct Block {
+    static constexpr uint32_t capacity = 14;
+    std::array<SetAside, capacity> members;
+    uint32_t used = 0;
+    Block* next = nullptr;
+  };
+  struct List {
+    Block* first = nullptr;
+    Block* last = nullptr;
+    std::size_t count = 0;
+  };
+
+  void setAside(TunnelId tunnel, MplsFloodSetVia const& via, VlanMacDest const& d) {
+    uint32_t const hash = d.hash();
+    append(*byTunnel.tryEmplace(tunnel).first, d, hash);
+    append(*byVia.tryEmplace(via).first, d, hash);
+  }
+  void append(List& list, VlanMacDest const& d, uint32_t hash) {
+    if (!list.last || list.last->used == Block::capacity) {
+      Block* const block = &blocks.emplace_back();
+      (list.last ? list.last->next : list.first) = block;
+      list.last = block;
+    }
+    list.last->members[list.last->used++] = SetAside{d, hash};
+    ++list.count;
+  }
+  template <class Set>
+  static void insertAll(Set& set, List const& list) {
+    set.vlanMacDestSetReserve(list.count);
+    for (Block const* block = list.first; block; block = block->next) {
+      for (uint32_t i = 0; i < block->used; ++i) {
+        SetAside const& member = block->members[i];
+        Vel::lastHashIs(member.d, member.hash);
+        set.vlanMacDestSetIs(member.d, true);
+      }
+    }
+  }
+
+  Vel::OrderedMap<TunnelId, List> byTunnel;
+  Vel::OrderedMap<MplsFloodSetVia, List> byVia;
+  std::deque<Block> blocks;  // never moved once made
+};
 
 // Construction.
 
@@ -121,30 +178,36 @@ void EvpnVlanFloodSetSm::handleInitialized() {
       for (auto [mac, floodSet] : vlanFloodSet->floodSetColl()) dests += floodSet->destSets();
     }
     mplsDestHwConfig_.reserve(dests);
+    coldStartInserts_ = std::make_unique<ColdStartInserts>();
     for (auto [vlan, vlanFloodSet] : floodSetOutput_->vlanFloodSetColl()) {
       for (auto [mac, floodSet] : vlanFloodSet->floodSetColl()) {
         prefetchMappings(vlan, mac, *floodSet);
         for (auto [dest, flag] : floodSet->destSetColl()) processMplsDest(vlan, mac, dest);
       }
     }
+    insertSetAside();
   }
   initialized_ = true;
 }
 
-// In a large cold start nearly every destination's place in each of the three mappings is a
+void EvpnVlanFloodSetSm::insertSetAside() {
+  if (!coldStartInserts_) return;
+  auto const inserts = std::move(coldStartInserts_);
+  for (auto [tunnel, list] : inserts->byTunnel) {
+    ColdStartInserts::insertAll(*tunnelToFloodSetEntryIs(tunnel), list);
+  }
+  for (auto [via, list] : inserts->byVia) {
+    ColdStartInserts::insertAll(*hwInfoMapKeyToFloodSetEntryIs(via), list);
+  }
+}
+
+// In a large cold start nearly every destination's place in the configuration record is a
 // cache miss. Asking for a flood set's places before working on it takes those misses side by
 // side instead of one after the other.
 void EvpnVlanFloodSetSm::prefetchMappings(VlanId vlan, EthAddr const& mac,
                                           L2Rib::FloodSet const& floodSet) const {
   for (auto [dest, flag] : floodSet.destSetColl()) {
-    VlanMacDest const d(vlan, mac, dest);
-    mplsDestHwConfigColl().prefetch(d);
-    if (auto byTunnel = tunnelToFloodSetEntryColl().find(dest.destDataMpls().tunnelId())) {
-      byTunnel->vlanMacDestSetColl().prefetch(d);
-    }
-    if (auto byVia = hwInfoMapKeyToFloodSetEntryColl().find(viaOf(dest))) {
-      byVia->vlanMacDestSetColl().prefetch(d);
-    }
+    mplsDestHwConfigColl().prefetch(VlanMacDest(vlan, mac, dest));
   }
 }
 
@@ -308,11 +371,16 @@ void EvpnVlanFloodSetSm::updateInternalMapping(VlanMacDest const& d, bool inFloo
   MplsFloodSetVia const via = viaOf(d.dest());
   if (inFloodSet) {
     NOX_TRACE_CHANGE("   add entry to internal mappings");
+    if (coldStartInserts_) {
+      coldStartInserts_->setAside(tunnel, via, d);
+      return;
+    }
     tunnelToFloodSetEntryIs(tunnel)->vlanMacDestSetIs(d, true);
     hwInfoMapKeyToFloodSetEntryIs(via)->vlanMacDestSetIs(d, true);
     return;
   }
   NOX_TRACE_CHANGE("   remove entry from internal mappings");
+  insertSetAside();
   if (auto byTunnel = tunnelToFloodSetEntry(tunnel)) {
     byTunnel->vlanMacDestSetDel(d);
     if (byTunnel->vlanMacDestSets() == 0) {

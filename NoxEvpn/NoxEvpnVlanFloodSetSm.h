@@ -123,6 +123,8 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
                      Vel::Ptr<EvpnVlanFloodSetHwStatus const> const& vlanFloodSetHwStatus);
 
   void handleInitialized();
+  // Makes the reverse-index inserts the cold start set aside, if it has not yet.
+  void insertSetAside();
   void prefetchMappings(Bridging::VlanId vlan, Gantry::EthAddr const& mac,
                         L2Rib::FloodSet const& floodSet) const;
   // Asks for the places of d's configuration, in the record and in the output.
@@ -188,6 +190,9 @@ class EvpnVlanFloodSetSm : public Vel::PtrInterface, public Vel::Described {
   VEL_REACTOR_COLLECTION(vlanFloodSetStatus, Bridging::MacVlanPair, VelVlanFloodSetStatus,
                          VlanFloodSetStatus)
   bool initialized_ = false;
+  // During the cold start, its inserts into the two reverse indexes, set aside.
+  struct ColdStartInserts;
+  std::unique_ptr<ColdStartInserts> coldStartInserts_;
   Vel::Ptr<Vel::Clock const> clock_;
   // Since when destinations have waited for their via's hardware information, and for their
   // tunnel's hardware id. Both are facts of the via or the tunnel, shared by every destination

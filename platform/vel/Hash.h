@@ -86,24 +86,49 @@ inline uint32_t wangHash32(uint32_t k) {
   return k;
 }
 
+namespace Detail {
+// One per key type and thread: the key hashed last and its hash.
+template <class T>
+struct LastHash {
+  static_assert(std::is_trivially_copyable_v<T>);
+  alignas(T) unsigned char key[sizeof(T)];
+  uint32_t hash;
+  bool valid;
+
+  bool holds(T const& k) const {
+    return valid && *std::launder(reinterpret_cast<T const*>(key)) == k;
+  }
+  void keep(T const& k, uint32_t h) {
+    std::memcpy(key, &k, sizeof(T));
+    hash = h;
+    valid = true;
+  }
+};
+template <class T>
+LastHash<T>& lastHashOf() {
+  thread_local LastHash<T> last;
+  return last;
+}
+}  // namespace Detail
+
 // The hash of the key this thread hashed last, kept with a copy of the key; otherwise compute()
 // is called and its result kept. For a key that one piece of work hashes again in each mapping
-// it passes through, one after the other, and whose hash costs more than comparing it.
+// it passes through, one after the other, and whose hash costs more than comparing it. A type
+// has one hash: every call for it must compute the same one.
 template <class T, class Compute>
 uint32_t lastHashOr(T const& key, Compute&& compute) {
-  static_assert(std::is_trivially_copyable_v<T>);
-  struct Last {
-    alignas(T) unsigned char key[sizeof(T)];
-    uint32_t hash;
-    bool valid;
-  };
-  thread_local Last last;
-  if (last.valid && *std::launder(reinterpret_cast<T const*>(last.key)) == key) return last.hash;
+  auto& last = Detail::lastHashOf<T>();
+  if (last.holds(key)) return last.hash;
   uint32_t const h = compute();
-  std::memcpy(last.key, &key, sizeof(T));
-  last.hash = h;
-  last.valid = true;
+  last.keep(key, h);
   return h;
+}
+
+// Keeps a hash computed earlier as the last one, so that the next lastHashOr(key) does not
+// compute it again: for work that set a key aside with its hash and inserts it later.
+template <class T>
+void lastHashIs(T const& key, uint32_t hash) {
+  Detail::lastHashOf<T>().keep(key, hash);
 }
 
 }  // namespace Vel

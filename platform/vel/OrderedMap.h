@@ -484,7 +484,9 @@ class OrderedMap {
     if (small() && n <= smallMembers) return;
     migrateAll();
     if (migration_) migration_->nextIndex = IndexTable();
-    if (n * 4 >= index_.size() * 3) rebuildIndex(n);
+    // Sized as growth would leave it, no larger: a map reserved for its final size would
+    // otherwise keep an index twice that of the same map grown to it.
+    if (n * 4 > index_.size() * 3) rebuildIndexOfSize(indexSizeToHold(n));
   }
   // Member slots allocated, live or not: what the map holds in memory, in members.
   std::size_t capacity() const { return members_.capacity(); }
@@ -703,6 +705,12 @@ class OrderedMap {
     IndexTable& old = migration_->oldIndex;
     return old[slotOfMember(old, h, n, migration_->slot)];
   }
+  // The smallest index that takes `members` without growing (it grows past three quarters full).
+  static std::size_t indexSizeToHold(std::size_t members) {
+    std::size_t size = 8;
+    while (size * 3 < members * 4) size *= 2;
+    return size;
+  }
   static std::size_t indexSizeFor(std::size_t members) {
     std::size_t size = 8;
     while (size < members * 2) size *= 2;
@@ -710,8 +718,9 @@ class OrderedMap {
   }
   // Sizes the index for `want` members at most half full, in one go, from the entries alone
   // (each carries its hash), so members are not read; a small map's from its members.
-  void rebuildIndex(std::size_t want) {
-    IndexTable old(indexSizeFor(want));
+  void rebuildIndex(std::size_t want) { rebuildIndexOfSize(indexSizeFor(want)); }
+  void rebuildIndexOfSize(std::size_t size) {
+    IndexTable old(size);
     std::swap(old, index_);
     // Used at once, so faulted in at once (cheaper than page by page as lookups reach it).
     index_.prepareAll();

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
 
@@ -57,6 +58,41 @@ Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping> readyTunnelTable(char const* name) {
   return table;
 }
 
+// A cold start lists each tunnel's and via's destinations in input order, the tunnels and vias
+// in the order of their first destination: the order the machine works through them when their
+// hardware information comes.
+void expectInputOrder(L2Rib::FloodSetOutput const& in, Nox::EvpnVlanFloodSetSm const& sm) {
+  using Order = std::vector<std::pair<std::string, std::vector<std::string>>>;
+  Order byTunnel;
+  Order byVia;
+  auto note = [](Order& order, std::string const& key, Nox::VlanMacDest const& d) {
+    auto at =
+        std::find_if(order.begin(), order.end(), [&](auto const& e) { return e.first == key; });
+    if (at == order.end()) at = order.insert(at, {key, {}});
+    at->second.push_back(Vel::toStrep(d));
+  };
+  for (auto [v, vfs] : in.vlanFloodSetColl()) {
+    for (auto [m, fs] : vfs->floodSetColl()) {
+      for (auto [d, flag] : fs->destSetColl()) {
+        Nox::MplsFloodSetVia const key(d.destDataMpls().tunnelId(), d.destDataMpls().label);
+        note(byTunnel, Vel::toStrep(key.tunnelId()), Nox::VlanMacDest(v, m, d));
+        note(byVia, Vel::toStrep(key), Nox::VlanMacDest(v, m, d));
+      }
+    }
+  }
+  auto listed = [](auto const& byKey) {
+    Order order;
+    for (auto [key, set] : byKey) {
+      order.push_back({Vel::toStrep(key), {}});
+      for (auto [d, flag] : set->vlanMacDestSetColl())
+        order.back().second.push_back(Vel::toStrep(d));
+    }
+    return order;
+  };
+  EXPECT_EQ(listed(FloodSetInternals::tunnelToFloodSetEntry(sm)), byTunnel);
+  EXPECT_EQ(listed(FloodSetInternals::hwInfoMapKeyToFloodSetEntry(sm)), byVia);
+}
+
 class FloodSetSmTest : public ::testing::Test {
  protected:
   void start() { sm = Nox::evpnVlanFloodSetSmFactory(in, tunnels, hwInfos, hwConfig, hwStatus); }
@@ -103,6 +139,35 @@ TEST_F(FloodSetSmTest, PendingListsDestinationsWaitingForHwInfoOrAHwTunnelIdSinc
   EXPECT_EQ(sm->pending().size(), 1u);
   in->vlanFloodSetDel(vlan(100));
   EXPECT_EQ(sm->pending(), Items{});
+}
+
+// Large enough that a tunnel's and a via's destinations are many, over vias with hardware
+// information and without; the via that comes late is then worked through in input order.
+TEST_F(FloodSetSmTest, ColdStartKeepsInputOrderPerTunnelAndVia) {
+  hwInfos->mappingIs(via(5, 1000), hwInfo(1, "L2Intf1"));
+  for (uint16_t v = 1; v <= 4; ++v) {
+    for (uint64_t m = 1; m <= 4; ++m) {
+      for (int i = 0; i < 6; ++i) {
+        std::string const text = "mpls/" + std::to_string(100 * v + 10 * m + i) + "/Tunnel" +
+                                 std::to_string(5 + i % 2) + "/" + std::to_string(1000 + i % 3);
+        floodSet(v, m)->destSetIs(dest(text), true);
+      }
+    }
+  }
+  start();
+  expectInputOrder(*in, *sm);
+  Trace::levelIs("NoxEvpn", 8);
+  traced();
+  hwInfos->mappingIs(via(6, 1001), hwInfo(2, "L2Intf2"));
+  Texts added;
+  for (auto const& line : traced()) {
+    if (line.find("addOrUpdateMplsDestHwConfig") != std::string::npos) added.push_back(line);
+  }
+  ASSERT_EQ(added.size(), 16u);
+  EXPECT_NE(added.front().find("vlan: 1 mac: 00:00:00:00:00:01 dest: mpls/111/"), std::string::npos)
+      << added.front();
+  EXPECT_NE(added.back().find("vlan: 4 mac: 00:00:00:00:00:04 dest: mpls/441/"), std::string::npos)
+      << added.back();
 }
 
 TEST_F(FloodSetSmTest, HardwareTunnelIdChangeUpdatesConfigsWithoutEmptyingThePair) {
@@ -345,6 +410,7 @@ TEST_P(FloodSetSmProperty, InvariantsHoldAfterEveryStep) {
   auto fresh = Nox::evpnVlanFloodSetHwConfigFactory();
   auto rebuilt = Nox::evpnVlanFloodSetSmFactory(in, tunnels, hwInfos, fresh, hwStatus);
   EXPECT_EQ(render(*fresh), render(*hwConfig));
+  expectInputOrder(*in, *rebuilt);
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, FloodSetSmProperty, ::testing::Range(1u, 21u));

@@ -59,7 +59,7 @@ TEST(WangHash, MatchesIndependentComputation) {
 
 // A key's kept hash serves only that key: another key is hashed afresh and replaces it, and
 // each thread keeps its own.
-TEST(LastHash, ServesOnlyTheKeyHashedLastOnItsThread) {
+TEST(LastHash, ServesOnlyTheKeyHashedOrKeptLastOnItsThread) {
   struct Key {
     uint32_t a;
     uint32_t b;
@@ -81,6 +81,12 @@ TEST(LastHash, ServesOnlyTheKeyHashedLastOnItsThread) {
   std::thread([&] { EXPECT_EQ(hashOf({7, 0}), 217u); }).join();
   EXPECT_EQ(hashOf({1, 2}), 33u);
   EXPECT_EQ(computed, 4);
+  // A hash kept with a key set aside serves that key without computing it.
+  Vel::lastHashIs(Key{5, 5}, 160u);
+  EXPECT_EQ(hashOf({5, 5}), 160u);
+  EXPECT_EQ(computed, 4);
+  EXPECT_EQ(hashOf({1, 2}), 33u);
+  EXPECT_EQ(computed, 5);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -46,7 +47,8 @@ class Model {
 // A long random run of insert/replace/erase on a map with hasher H, checked against the model:
 // iteration order, lookups, size and first key. A large key range grows and shrinks through
 // index migrations (phases that mostly insert, then erase down to a few members and churn),
-// with lookups and erasures landing in both indexes while one is under way.
+// with lookups and erasures landing in both indexes while one is under way, and reservations
+// on the way.
 template <class H>
 void checkAgainstTheModel(unsigned seed, int keyRange, int steps, int phase) {
   std::mt19937 rng(seed);
@@ -74,6 +76,11 @@ void checkAgainstTheModel(unsigned seed, int keyRange, int steps, int phase) {
       }
     } else {
       ASSERT_EQ(map.erase(k), model.erase(k));
+    }
+    // Now and then room for more than the map holds, or less, whatever state it is in.
+    if (step % 211 == 0) {
+      long const room = long(map.size()) + long(rng() % 4000) - 1000;
+      map.reserve(std::size_t(std::max(room, 0L)));
     }
     ASSERT_EQ(map.size(), model.size());
     if (!large || step % 97 == 0 || step == steps - 1) {
