@@ -21,6 +21,11 @@ class MplsFloodSetVia : public Vel::Value<MplsFloodSetVia> {
       : tunnelId_(tunnelId), label_(label) {}
   TunnelId tunnelId() const { return tunnelId_; }
   Gantry::MplsLabel label() const { return label_; }
+  // A destination's work looks its via up in several mappings one after the other (its set,
+  // its hardware information, its wait): each thread keeps the last via's hash.
+  uint32_t hash() const {
+    return Vel::lastHashOr(*this, [this] { return Value::hash(); });
+  }
 
   VEL_TYPE_INFO("Nox::MplsFloodSetVia", "tunnelId", "label")
   auto fields() const { return std::tie(tunnelId_, label_); }

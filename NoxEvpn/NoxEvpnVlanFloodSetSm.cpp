@@ -13,7 +13,7 @@
 
 #include <algorithm>
 #include <array>
-#include <deque>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -86,7 +86,7 @@ struct EvpnVlanFloodSetSm::ColdStartInserts {
   }
   void append(List& list, VlanMacDest const& d, uint32_t hash) {
     if (!list.last || list.last->used == Block::capacity) {
-      Block* const block = &blocks.emplace_back();
+      Block* const block = newBlock();
       (list.last ? list.last->next : list.first) = block;
       list.last = block;
     }
@@ -105,9 +105,21 @@ struct EvpnVlanFloodSetSm::ColdStartInserts {
     }
   }
 
+  // Blocks come from slabs of many: one allocation for each block would cost more than the
+  // inserts the blocks save.
+  Block* newBlock() {
+    if (slabs.empty() || slabUsed == blocksPerSlab) {
+      slabs.push_back(std::make_unique<Block[]>(blocksPerSlab));
+      slabUsed = 0;
+    }
+    return &slabs.back()[slabUsed++];
+  }
+
   Vel::OrderedMap<TunnelId, List> byTunnel;
   Vel::OrderedMap<MplsFloodSetVia, List> byVia;
-  std::deque<Block> blocks;  // never moved once made
+  static constexpr std::size_t blocksPerSlab = 64;
+  std::vector<std::unique_ptr<Block[]>> slabs;
+  std::size_t slabUsed = 0;
 };
 
 // Construction.
