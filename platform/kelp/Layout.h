@@ -30,6 +30,9 @@ inline constexpr std::size_t typeNameBytes = 64;
 inline constexpr std::size_t maxTrackedReaders = 64;
 inline constexpr std::size_t registryOffset = pageBytes;
 inline constexpr std::size_t logOffset = 2 * pageBytes;
+// A log entry for position p carries the sequence 2p+2, which must not wrap. No writer gets near
+// this bound (2^62 entries take a century at one a nanosecond); a head past it is damage.
+inline constexpr Word maxLogPosition = Word{1} << 62;
 
 // Words of a slot: sequence, state, then key words and value words.
 inline constexpr std::size_t slotSeqWord = 0;

@@ -183,7 +183,7 @@ bool TableCore::attachSegment(Segment&& segment, bool waitForWriter) {
   changeKey_.assign(keyWords_, 0);
   segment_.mapRegistry();
   if (wantRegistry_) registerReader();
-  cursor_ = load(header_->logHead, memory_order_acquire);
+  cursor_ = loadLogHead();
   seenReady_ = load(header_->ready) != 0;
   seenWriterAttached_ = load(header_->writerState) == Layout::writerAttached;
   seenWriterAlive_ =

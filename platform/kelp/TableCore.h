@@ -127,6 +127,9 @@ class TableCore {
   Slot beginScan();
   // Whether the log entry carrying sequence `seq` lies before the writer's published head.
   bool behindHead(Word seq) const;
+  // The writer's log head, where a reader starts again; raises corruption for a head no writer
+  // can reach, whose sequences would wrap and make every entry look overwritten.
+  Word loadLogHead() const;
   void checkWritable(Slot slot, Word expectedState) const;
   Layout::ReaderRegistry* registry() const;
   Layout::ReaderRegistry const* registryView() const;

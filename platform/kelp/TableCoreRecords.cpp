@@ -151,6 +151,12 @@ bool TableCore::behindHead(Word seq) const {
   return entryPosition < load(header_->logHead, memory_order_acquire);
 }
 
+Word TableCore::loadLogHead() const {
+  Word const head = load(header_->logHead, memory_order_acquire);
+  if (head > Layout::maxLogPosition) corrupt("log head " + std::to_string(head) + " is impossible");
+  return head;
+}
+
 TableCore::Next TableCore::nextChange(Change* change) {
   if (!logCapacity_) return Next::none;
   checkMagic();
@@ -193,7 +199,7 @@ TableCore::Next TableCore::nextChange(Change* change) {
 TableCore::Slot TableCore::beginScan() {
   checkMagic();
   if (mode_ != Mode::reader) return highWater_;
-  cursor_ = load(header_->logHead, memory_order_acquire);
+  cursor_ = loadLogHead();
   Word const capacity = load(header_->slotCapacity, memory_order_acquire);
   if (capacity > capacity_) mapCapacity(capacity);
   return capacity_;

@@ -100,6 +100,8 @@ TEST_F(Corruption, EachKindOfDamageIsRaisedByTheReaderOperationThatMeetsItNaming
        "impossible slot index 2147483632"},
       {[](Injector& i) { appendEntry(i, 9, 0); }, poll, "unknown operation 9"},
       {misplace, poll, "out of place"},
+      // Sequences of positions this far wrap: every entry would look overwritten for ever.
+      {[](Injector& i) { i.header().logHead = ~Word{0}; }, open, "log head 18446744073709551615"},
       {[](Injector& i) { i.slot(0)[Layout::slotStateWord] = 7; },
        [this](Name) { reader_->lookup(1); }, "impossible state 7"},
       {[](Injector&) {},
