@@ -486,7 +486,7 @@ class OrderedMap {
     if (migration_) migration_->nextIndex = IndexTable();
     // Sized as growth would leave it, no larger: a map reserved for its final size would
     // otherwise keep an index twice that of the same map grown to it.
-    if (n * 4 > index_.size() * 3) rebuildIndexOfSize(indexSizeToHold(n));
+    if (n * 4 > index_.size() * 3) rebuildIndexOfSize(indexSizeFor(n, 3, 4));
   }
   // Member slots allocated, live or not: what the map holds in memory, in members.
   std::size_t capacity() const { return members_.capacity(); }
@@ -705,15 +705,12 @@ class OrderedMap {
     IndexTable& old = migration_->oldIndex;
     return old[slotOfMember(old, h, n, migration_->slot)];
   }
-  // The smallest index that takes `members` without growing (it grows past three quarters full).
-  static std::size_t indexSizeToHold(std::size_t members) {
+  // The smallest index that holds `members` at most full/outOf full. An index grows past three
+  // quarters full and is built or shrunk to at most half full.
+  static std::size_t indexSizeFor(std::size_t members, std::size_t full = 1,
+                                  std::size_t outOf = 2) {
     std::size_t size = 8;
-    while (size * 3 < members * 4) size *= 2;
-    return size;
-  }
-  static std::size_t indexSizeFor(std::size_t members) {
-    std::size_t size = 8;
-    while (size < members * 2) size *= 2;
+    while (size * full < members * outOf) size *= 2;
     return size;
   }
   // Sizes the index for `want` members at most half full, in one go, from the entries alone

@@ -15,7 +15,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -23,6 +22,7 @@
 #include <streambuf>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/trace/Facility.h"
 #include "platform/trace/Sink.h"
@@ -45,23 +45,24 @@ std::string scratch;
 
 void removeScratch() { ::rmdir(scratch.c_str()); }
 
-// Whether any word of the text sets a helper stub to an answer the real helper never gives
-// (words in comments too: skipping a few more inputs costs nothing).
+// Whether a line of the text sets a helper stub to an answer the real helper never gives.
 bool setsForbiddenHelperAnswer(std::string_view text) {
   constexpr std::string_view portMapRc = "createEsiPortMapRc=";
   constexpr std::string_view esiDataRc = "createEsiDataRc=";
-  std::size_t at = 0;
-  while (at < text.size()) {
-    std::size_t const end = std::min(text.find_first_of(" \t\r\n", at), text.size());
-    std::string_view const word = text.substr(at, end - at);
+  std::vector<std::string_view> words;
+  for (std::size_t at = 0; at < text.size();) {
+    std::size_t const end = std::min(text.find('\n', at), text.size());
+    Noxsim::splitWords(text.substr(at, end - at), words);
     at = end + 1;
-    if (word.starts_with(portMapRc)) {
-      std::string_view const value = word.substr(portMapRc.size());
-      std::uint32_t rc = 0;
-      auto const [stop, ec] = std::from_chars(value.data(), value.data() + value.size(), rc);
-      if (ec == std::errc() && stop == value.data() + value.size() && rc == 1) return true;
-    } else if (word.starts_with(esiDataRc)) {
-      if (Noxsim::parseStatus(word.substr(esiDataRc.size())) == Nox::invalidHwId) return true;
+    for (std::string_view const word : words) {
+      if (word.starts_with(portMapRc) &&
+          Noxsim::parseUnsigned(word.substr(portMapRc.size()), UINT32_MAX) == 1) {
+        return true;
+      }
+      if (word.starts_with(esiDataRc) &&
+          Noxsim::parseStatus(word.substr(esiDataRc.size())) == Nox::invalidHwId) {
+        return true;
+      }
     }
   }
   return false;
