@@ -10,6 +10,8 @@
 #include <new>
 #include <utility>
 
+#include "platform/vel/Assert.h"
+
 namespace Vel {
 
 std::size_t pageBytes() {
@@ -20,14 +22,13 @@ std::size_t pageBytes() {
   return bytes;
 }
 
+std::size_t pagesFor(std::size_t bytes) { return (bytes + pageBytes() - 1) / pageBytes(); }
+
 namespace {
 
 std::atomic<std::size_t> mapped{0};
 
-std::size_t roundToPages(std::size_t bytes) {
-  std::size_t const page = pageBytes();
-  return (bytes + page - 1) / page * page;
-}
+std::size_t roundToPages(std::size_t bytes) { return pagesFor(bytes) * pageBytes(); }
 
 }  // namespace
 
@@ -88,6 +89,17 @@ void IndexTable::releaseSome(std::size_t pages) {
   unmapPages(reinterpret_cast<unsigned char*>(slots_) + mapped_ * pageBytes(), drop * pageBytes());
   touched_ = std::min(touched_, mapped_);
   if (mapped_ == 0) slots_ = nullptr;
+}
+
+void* IndexTable::takePages(std::size_t pages) {
+  VEL_ASSERT(pages <= sparePages());
+  auto* const front = reinterpret_cast<unsigned char*>(slots_);
+  auto const count = static_cast<uint32_t>(pages);
+  slots_ = reinterpret_cast<uint64_t*>(front + count * pageBytes());
+  mapped_ -= count;
+  touched_ -= count;
+  if (mapped_ == 0) slots_ = nullptr;
+  return front;
 }
 
 void IndexTable::take(IndexTable& other) noexcept {

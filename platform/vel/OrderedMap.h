@@ -17,9 +17,10 @@
 // steady churn keeps its storage and never copies it whole. Growth does not copy either: past
 // the first sixteen, members live in chunks that never move as they grow, and an index that fills
 // up is replaced by one of twice the size into which the following insertions copy the old one's
-// slots a few at a time, lookups reading both meanwhile. A map that has shrunk far below its
-// capacity gives the memory back when its reclamation ends (its index moving to a smaller one the
-// same way) or when it empties.
+// slots a few at a time, lookups reading both meanwhile; the old one's pages then hold the next
+// members rather than being unmapped while fresh ones are faulted in. A map that has shrunk far
+// below its capacity gives the memory back when its reclamation ends (its index moving to a smaller
+// one the same way) or when it empties.
 //
 // What stays valid across a change:
 //
@@ -80,6 +81,8 @@ void* mapPages(std::size_t bytes);
 void unmapPages(void* at, std::size_t bytes);
 void populatePages(void* at, std::size_t bytes);
 std::size_t pageBytes();
+// Whole pages holding `bytes`.
+std::size_t pagesFor(std::size_t bytes);
 // What those mappings hold now, in bytes (memory accounting counts them beside the heap).
 std::size_t mappedBytes();
 
@@ -181,6 +184,24 @@ class ChunkedVector {
   std::pair<T*, T*> run(std::size_t i) const {
     std::size_t const c = chunkOf(i);
     return {chunks_[c] + offsetIn(i), chunks_[c] + chunkCapacity(c)};
+  }
+
+  // Pages of the mapping the next append would take for a chunk of its own, or 0 when it takes
+  // none. An owner holding faulted-in pages it no longer uses can offer them (adoptChunk).
+  std::size_t mappingDue() const {
+    if (size_ != ready_ || size_ != capacity()) return 0;
+    if (size_ == std::numeric_limits<uint32_t>::max()) return 0;  // makeRoom says why
+    std::size_t const c = chunks_.size();
+    if (c > 0 && lastCapacity_ < fullSize(c - 1)) return 0;
+    return isMapped(c) ? pagesFor(chunkBytes(c)) : 0;
+  }
+  // Takes as the next chunk the mappingDue() pages, faulted in, that takePages(pages) hands
+  // over; they are given back by unmapping them, as a chunk's own mapping would be.
+  template <class TakePages>
+  void adoptChunk(TakePages&& takePages) {
+    chunks_.reserveOne();
+    std::size_t const c = chunks_.size();
+    addChunk(static_cast<T*>(takePages(pagesFor(chunkBytes(c)))), startSize(c));
   }
 
   void push_back(T&& value) {
@@ -285,12 +306,15 @@ class ChunkedVector {
     }
     chunks_.reserveOne();
     std::size_t const room = startSize(c);
-    T* const fresh = allocate(c, room);
-    chunks_.push_back(fresh);
-    lastCapacity_ = static_cast<uint32_t>(room);
-    tail_ = fresh;
-    ready_ = static_cast<uint32_t>(capacity());
+    addChunk(allocate(c, room), room);
     if (isMapped(c)) populateFromTail();
+  }
+  // After chunks_.reserveOne(), so that this cannot fail.
+  void addChunk(T* chunk, std::size_t room) {
+    chunks_.push_back(chunk);
+    lastCapacity_ = static_cast<uint32_t>(room);
+    tail_ = chunk;
+    ready_ = static_cast<uint32_t>(capacity());
   }
   // Moves the last chunk's members into a larger allocation.
   void growLast(std::size_t capacity) {
@@ -354,8 +378,13 @@ class IndexTable {
   // Giving back a table no longer used, from its end; it is empty once all is given back.
   void releaseSome(std::size_t pages);
   bool releasing() const { return mapped_ > 0 && size_ == 0; }
-  // Stops using the table: its slots are no longer read, and its memory goes by releaseSome.
+  // Stops using the table: its slots are no longer read, and its memory goes by releaseSome,
+  // or to another use by takePages.
   void retire() { size_ = 0; }
+  // Of a retired table, the pages not given back yet that are faulted in (from its front), and
+  // the first `pages` of them handed over for another use, theirs to unmap.
+  std::size_t sparePages() const { return releasing() ? touched_ : 0; }
+  void* takePages(std::size_t pages);
 
  private:
   void take(IndexTable& other) noexcept;
@@ -516,6 +545,7 @@ class OrderedMap {
       migrateSome();
       tendIndexes();
       if ((std::size_t(live_) + 1) * 4 > index_.size() * 3) growIndex();
+      if (migration_) chunkFromRetired();
     }
     uint32_t const n = static_cast<uint32_t>(members_.size());
     members_.push_back(Member{k, h, true, V(std::forward<Args>(args)...)});
@@ -756,8 +786,10 @@ class OrderedMap {
   // stops growing short of three quarters, as a tunnel's few hundred destinations do, would
   // hold it for good). A smaller one is allocated zeroed when it is needed. A map shrunk far below
   // its index prepares a smaller one the same way and migrates to it when it is ready, walking
-  // proportionally more slots an insertion. The old index, once walked, is given back a page an
-  // insertion (returning a page costs about as much as faulting one in).
+  // proportionally more slots an insertion. The old index, once walked, becomes the members'
+  // next chunks (chunkFromRetired) as far as they will grow into it before the index is next
+  // full, and the rest is given back a page an insertion (returning a page costs about as much
+  // as faulting one in).
   static constexpr std::size_t migrateLooks = 16;
   static constexpr std::size_t migrateAbove = 1024;  // smaller indexes are rebuilt at once
   static constexpr std::size_t preparePages = 1;
@@ -770,7 +802,7 @@ class OrderedMap {
   struct Migration {
     IndexTable oldIndex;              // while migrating, the index being emptied
     IndexTable nextIndex;             // the index being made ready for the next migration
-    IndexTable retired;               // a migrated index being given back
+    IndexTable retired;               // a migrated index being given back or reused
     std::size_t slot = 0;             // the next slot of oldIndex the migration copies
     std::size_t step = migrateLooks;  // slots copied an insertion
   };
@@ -783,7 +815,8 @@ class OrderedMap {
     bool const nextMapped = IndexTable::mappedAt(2 * index_.size());
     if (!migration_ && !nextMapped) return;
     Migration& m = migration();
-    if (m.retired.releasing()) m.retired.releaseSome(releasePages);
+    std::size_t const spare = m.retired.sparePages();
+    if (spare > 0 && spare > membersWillMap()) m.retired.releaseSome(releasePages);
     if (!m.oldIndex.empty()) return;
     if (m.nextIndex.empty() && nextMapped && nextIndexDue()) {
       m.nextIndex = IndexTable(2 * index_.size());
@@ -808,6 +841,25 @@ class OrderedMap {
     std::size_t const pages = 2 * index_.size() * sizeof(uint64_t) / pageBytes();
     std::size_t const calls = pages / (prepareEvery * preparePages) + 1;
     return left <= 2 * prepareEvery * calls;
+  }
+  // The members' next chunk, when it is a mapping of its own, is carved from the retired index
+  // if that still has the pages: they are faulted in already, and would otherwise be unmapped
+  // a page an insertion while the chunk faulted in as many fresh ones.
+  void chunkFromRetired() {
+    std::size_t const pages = members_.mappingDue();
+    IndexTable& retired = migration_->retired;
+    if (pages == 0 || retired.sparePages() < pages) return;
+    members_.adoptChunk([&retired](std::size_t n) { return retired.takePages(n); });
+  }
+  // Pages the members will map before the index is next three quarters full, if every
+  // insertion until then appends: a retired index keeps that many for them and gives back the
+  // rest, a page an insertion.
+  std::size_t membersWillMap() const {
+    std::size_t const full = index_.size() * 3 / 4;
+    std::size_t const appends = full > live_ ? full - live_ : 0;
+    std::size_t const slots = members_.size() + appends;
+    std::size_t const capacity = members_.capacity();
+    return slots > capacity ? pagesFor((slots - capacity) * sizeof(Member)) : 0;
   }
   void growIndex() {
     migrateAll();

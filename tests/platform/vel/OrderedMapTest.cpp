@@ -215,6 +215,30 @@ TEST(OrderedMap, ChurnKeepsItsStorageAndShrinkingGivesMemoryBack) {
   EXPECT_LE(map.capacity(), 1024u);
 }
 
+// A large map's later member chunks are carved out of the indexes it has outgrown. Members
+// stored there must not overlap the index in use (every lookup still answers), and shrinking,
+// growing again and emptying must give back every page the map mapped, exactly once.
+TEST(OrderedMap, OutgrownIndexesHoldLaterMembersAndEveryPageComesBack) {
+  std::size_t const before = Vel::mappedBytes();
+  {
+    Vel::OrderedMap<uint64_t, uint64_t> map;
+    constexpr uint64_t n = 600000;
+    for (uint64_t k = 0; k < n; ++k) map.tryEmplace(k * 7919, k);
+    for (uint64_t k = 0; k < n; k += 997) ASSERT_EQ(*map.find(k * 7919), k) << "key " << k;
+    EXPECT_GT(Vel::mappedBytes(), before);
+    for (uint64_t k = 0; k < n - 1000; ++k) map.erase(k * 7919);
+    for (uint64_t k = n; k < n + 300000; ++k) map.tryEmplace(k * 7919, k);
+    ASSERT_EQ(map.size(), 301000u);
+    for (uint64_t k = n - 1000; k < n + 300000; k += 101) {
+      ASSERT_EQ(*map.find(k * 7919), k) << "key " << k;
+    }
+    map.clear();
+    EXPECT_EQ(Vel::mappedBytes(), before);
+    for (uint64_t k = 0; k < n; ++k) map.tryEmplace(k, k);
+  }
+  EXPECT_EQ(Vel::mappedBytes(), before);
+}
+
 // A map of a few hundred members (the destinations using one tunnel) holds little more room than
 // it uses: the last chunk grows as the members come instead of being as large as all before it.
 // Values and order survive the moves of a growing chunk.
