@@ -2,6 +2,7 @@
 
 // Builders of the machines' inputs in tests, and flood-set outputs read as sorted lines
 // "VLAN MAC DEST flag=B type=N", plus their source, which is what the filter tests compare.
+// Tables are read as sets of such lines throughout, made with text().
 
 #include <optional>
 #include <set>
@@ -15,9 +16,17 @@
 
 namespace NoxTest {
 
+// Its arguments as they print, run together.
+template <class... Parts>
+std::string text(Parts const&... parts) {
+  std::ostringstream os;
+  (os << ... << parts);
+  return os.str();
+}
+
 inline Gantry::EthAddr mac(uint64_t v) { return Gantry::EthAddr::fromValue(v); }
 inline Bridging::VlanId vlan(uint16_t v) { return Bridging::VlanId(v); }
-inline L2Rib::Dest dest(std::string const& text) { return *L2Rib::Dest::fromString(text); }
+inline L2Rib::Dest dest(std::string const& written) { return *L2Rib::Dest::fromString(written); }
 inline Nox::MplsFloodSetVia via(uint64_t tunnel, uint32_t label) {
   return Nox::MplsFloodSetVia(Nox::TunnelId(tunnel), Gantry::MplsLabel(label));
 }
@@ -45,10 +54,8 @@ inline std::set<std::string> render(L2Rib::FloodSetOutput const& out,
       }
       for (auto [d, flag] : floodSet->destSetColl()) {
         if (only && d.destType() != *only) continue;
-        std::ostringstream os;
-        os << v << " " << m << " " << d << " flag=" << (flag ? "true" : "false")
-           << " type=" << floodSet->floodSetType();
-        lines.insert(os.str());
+        lines.insert(text(v, " ", m, " ", d, " flag=", flag ? "true" : "false",
+                          " type=", floodSet->floodSetType()));
       }
     }
   }

@@ -5,12 +5,12 @@
 
 #include <initializer_list>
 #include <set>
-#include <sstream>
 #include <string>
 
 #include "NoxEvpn/NoxMacAddrFecRequestSm.h"
 #include "platform/cog/Clock.h"
 #include "platform/cog/TaskScheduler.h"
+#include "tests/NoxEvpn/FloodSetTestUtil.h"
 
 namespace NoxTest {
 
@@ -21,6 +21,20 @@ inline Bridging::MacVlanPair hostKey(uint64_t mac) {
   return {Gantry::EthAddr::fromValue(mac), Bridging::VlanId(10)};
 }
 inline Nox::FecId macFecId(uint64_t number) { return Nox::FecId(8, number); }
+
+// A FEC request table as noxsim shows it: `fec FECID via[K] ...` (` novia` when it has none),
+// `objtuple TUPLE fec=FECID` and `request FECID` lines.
+inline std::set<std::string> fecTableLines(Nox::FecIdToHwFecIdRequest const& requests) {
+  std::set<std::string> lines;
+  for (auto const& entry : requests.fecColl()) {
+    lines.insert(text("fec ", entry.value, entry.value.vias() == 0 ? " novia" : ""));
+  }
+  for (auto const& entry : requests.objTupleToFecIdColl()) {
+    lines.insert(text("objtuple ", entry.key, " fec=", entry.value.fecId()));
+  }
+  for (auto const& entry : requests.hwFecIdRequestColl()) lines.insert(text("request ", entry.key));
+  return lines;
+}
 
 struct MacFecRig {
   using Lines = std::set<std::string>;
@@ -96,33 +110,11 @@ struct MacFecRig {
     settle();
   }
 
-  // `fec FECID via[K] ...`, `objtuple TUPLE fec=FECID`, `request FECID`.
-  Lines fecLines() const {
-    Lines lines;
-    for (auto const& entry : requests->fecColl()) {
-      std::ostringstream os;
-      os << "fec " << entry.value;
-      lines.insert(entry.value.vias() == 0 ? os.str() + " novia" : os.str());
-    }
-    for (auto const& entry : requests->objTupleToFecIdColl()) {
-      std::ostringstream os;
-      os << "objtuple " << entry.key << " fec=" << entry.value.fecId();
-      lines.insert(os.str());
-    }
-    for (auto const& entry : requests->hwFecIdRequestColl()) {
-      std::ostringstream os;
-      os << "request " << entry.key;
-      lines.insert(os.str());
-    }
-    return lines;
-  }
+  Lines fecLines() const { return fecTableLines(*requests); }
   Lines hwIdLines() const {
     Lines lines;
-    for (auto const& entry : hwIds->hwIdColl()) {
-      std::ostringstream os;
-      os << entry.key << " hwId=" << entry.value;
-      lines.insert(os.str());
-    }
+    for (auto const& entry : hwIds->hwIdColl())
+      lines.insert(text(entry.key, " hwId=", entry.value));
     return lines;
   }
 

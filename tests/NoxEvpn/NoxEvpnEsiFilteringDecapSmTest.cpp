@@ -67,11 +67,7 @@ TEST_F(DecapTest, BrokenInvariantsStopTheProcess) {
                "lfibHwStatus\\(\\)");
 }
 
-}  // namespace
-
 #if NOX_HAVE_RAPIDCHECK
-
-namespace {
 
 // The hardware as the helper's calls leave it: one port map per interface at most.
 class HardwareModel : public NoxHelper::EsiFilteringDecapHelperStub {
@@ -93,17 +89,7 @@ class HardwareModel : public NoxHelper::EsiFilteringDecapHelperStub {
   bool consistent = true;
 };
 
-enum DecapOp {
-  routeSet,
-  routeDel,
-  viaSetSet,
-  viaSetDel,
-  filterSet,
-  filterDel,
-  codeSet,
-  runOp,
-  ops
-};
+enum DecapOp { routeSet, routeDel, viaSetSet, viaSetDel, filterSet, filterDel, codeSet, run, ops };
 
 // The interface a route filters on by its first via, if any.
 std::optional<Gantry::IntfId> filteredIntf(Mpls::LfibStatus const& lfib, Mpls::RouteKey key) {
@@ -113,8 +99,6 @@ std::optional<Gantry::IntfId> filteredIntf(Mpls::LfibStatus const& lfib, Mpls::R
   if (via.intfId().empty()) return std::nullopt;
   return via.intfId();
 }
-
-}  // namespace
 
 RC_GTEST_PROP(DecapProperty, SettledPortMapsGoToOneFilteringRouteAndListTheOthersAsConflicts, ()) {
   // Full-size choices from the first run on (inRange scales with the run's size), and long
@@ -165,7 +149,7 @@ RC_GTEST_PROP(DecapProperty, SettledPortMapsGoToOneFilteringRouteAndListTheOther
       case codeSet:
         hardware->createEsiPortMapRcIs(codes[c]);
         break;
-      case runOp:
+      case run:
         w.scheduler->advanceBy(2.0 * a);
         break;
     }
@@ -197,3 +181,5 @@ RC_GTEST_PROP(DecapProperty, SettledPortMapsGoToOneFilteringRouteAndListTheOther
 }
 
 #endif
+
+}  // namespace

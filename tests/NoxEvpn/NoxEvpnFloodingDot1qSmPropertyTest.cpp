@@ -8,10 +8,13 @@
 #include <tuple>
 #include <vector>
 
-#include "Dot1qTestUtil.h"
-#include "VerifyUtil.h"
 #include "platform/cog/YieldPolicy.h"
+#include "tests/NoxEvpn/FloodingTestUtil.h"
+#include "tests/NoxEvpn/VerifyUtil.h"
 
+// Named as well: suites are compiled several files to a unit, and the flooding property
+// tests share helper names.
+namespace Dot1qProperty {
 namespace {
 
 using NoxTest::intf;
@@ -24,10 +27,10 @@ std::vector<std::string> const lags = {"Port-Channel1", "Port-Channel2"};
 std::vector<std::string> const lagPorts = {"Ethernet5", "Ethernet6", "Ethernet7", "Ethernet8"};
 constexpr int vlanCount = 3;
 
-enum Op { vlanAdd, vlanDel, memberAdd, memberDel, tagSet, tagDel, lagSet, lagDel, rcSet, advance };
-constexpr int opCount = advance + 1;
+enum Op { vlanAdd, vlanDel, memberAdd, memberDel, tagSet, tagDel, lagSet, lagDel, rcSet, tick };
+constexpr int opCount = tick + 1;
 
-class Dot1qModel : public NoxTest::Dot1qInputs {
+class Dot1qModel : public NoxTest::FloodingWorld {
  public:
   void apply(int op, int a, int b) {
     Bridging::VlanId const vlan(uint16_t(1 + a % vlanCount));
@@ -60,7 +63,7 @@ class Dot1qModel : public NoxTest::Dot1qInputs {
       case rcSet:
         rc(Nox::HwProgrammingStatus(b % 3));
         break;
-      case advance:
+      case tick:  // time passes
         scheduler->advanceBy(b % 7);
         break;
     }
@@ -85,8 +88,8 @@ class Dot1qModel : public NoxTest::Dot1qInputs {
   }
 
   // {(port, VLAN) -> tag} for every tagged VLAN and every port its configuration reaches.
-  std::map<NoxTest::Dot1qHardware::PortVlan, uint16_t> expected() const {
-    std::map<NoxTest::Dot1qHardware::PortVlan, uint16_t> want;
+  std::map<NoxTest::PortVlan, uint16_t> expected() const {
+    std::map<NoxTest::PortVlan, uint16_t> want;
     for (auto [vlan, vlanConfig] : config->vlanConfigColl()) {
       auto const tag = evpn->vlanToDot1qColl().find(vlan);
       if (!tag) continue;
@@ -111,7 +114,7 @@ class Dot1qModel : public NoxTest::Dot1qInputs {
     }
   }
 
-  Vel::Ptr<Nox::EvpnFloodingDot1qSm> sm = startMachine();
+  Vel::Ptr<Nox::EvpnFloodingDot1qSm> sm = startDot1q();
 };
 
 RC_GTEST_PROP(Dot1qProperty, ProgrammedMappingsEqualConfiguredTaggedPortsOnceFailuresStop, ()) {
@@ -127,18 +130,19 @@ RC_GTEST_PROP(Dot1qProperty, ProgrammedMappingsEqualConfiguredTaggedPortsOnceFai
     model.apply(op, a, b);
     NoxTest::requireVerified(Nox::verifyDot1q(*model.sm));
     // A restart while the hardware keeps its mappings: the new machine must take over cleanly.
-    if (i == restartAt && model.hardware.mappings.empty()) {
+    if (i == restartAt && model.helper->dot1qMappings.empty()) {
       model.sm = nullptr;
-      model.sm = model.startMachine();
+      model.sm = model.startDot1q();
     }
   }
   model.settleAccepting();
   RC_ASSERT(!model.sm->reviewUnprogrammed()->taskScheduled());
-  RC_ASSERT(model.hardware.faults.empty());
-  RC_ASSERT(model.hardware.mappings == model.expected());
+  RC_ASSERT(model.helper->faults.empty());
+  RC_ASSERT(model.helper->dot1qMappings == model.expected());
   RC_ASSERT(model.sm->unprogrammedDot1qColl().count() == 0u);
 }
 
 }  // namespace
+}  // namespace Dot1qProperty
 
 #endif

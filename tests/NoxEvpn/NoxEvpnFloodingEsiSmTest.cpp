@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "platform/vel/Exception.h"
-#include "tests/NoxEvpn/EsiTestUtil.h"
+#include "tests/NoxEvpn/FloodingTestUtil.h"
 #include "tests/NoxEvpn/TraceCapture.h"
 
 namespace {
@@ -20,23 +20,22 @@ class EsiSmTest : public ::testing::Test {
   Calls calls() { return w.helper->takeCalls(); }
   Lines esi() const {
     Lines lines;
-    for (auto const& [key, data] : w.helper->hardware) {
-      lines.insert(
-          key.first + " " + std::to_string(key.second) + " tunnel=" + std::to_string(data.tunnel) +
-          " hw=" + std::to_string(data.hwTunnelId) + " label=" + std::to_string(data.label));
+    for (auto const& [key, data] : w.helper->esiData) {
+      lines.insert(NoxTest::text(key.first, " ", key.second, " tunnel=", data.tunnel,
+                                 " hw=", data.hwTunnelId, " label=", data.label));
     }
     return lines;
   }
 
   NoxTest::TraceCapture capture{1};
-  NoxTest::EsiWorld w;
+  NoxTest::FloodingWorld w;
   Vel::Ptr<Nox::EvpnFloodingEsiSm> sm;
 };
 
 // A tunnel that waited for an id gets one through another pair, outside the review: the pair
 // that waited behind it is programmed then, not left waiting for a review that has nothing to do.
 TEST_F(EsiSmTest, TunnelPublishedThroughAnotherPairProgramsThePairsThatWaitedForIt) {
-  sm = w.start();
+  sm = w.startEsi();
   w.helper->hwTunnelIdExhaustedIs(true);
   w.dfIs("Ethernet2", 1, 2);
   w.labelIs("Ethernet2", 2, 100, Evpn::EncapType::mpls);
@@ -47,22 +46,13 @@ TEST_F(EsiSmTest, TunnelPublishedThroughAnotherPairProgramsThePairsThatWaitedFor
   EXPECT_EQ(esi(), (Lines{"Ethernet2 1 tunnel=2 hw=1 label=100"}));
 }
 
-TEST_F(EsiSmTest, UnchangedLabelIsANoOpAndOnlyMplsLabelsAreProgrammed) {
-  sm = w.start();
+// Reprocessing a programmed port calls nothing: the esi-plain-port scenario.
+TEST_F(EsiSmTest, LabelOfAnotherEncapUnprogramsThePortAndTracesTheLabel) {
+  sm = w.startEsi();
   w.dfIs("Ethernet1", 10, 5);
   w.labelIs("Ethernet1", 5, 1000);
   calls();
   capture.traced();
-  w.segment("Ethernet1")->remoteEsiLabelDel(NoxTest::EsiWorld::tepOf(5));
-  w.labelIs("Ethernet1", 5, 1000);
-  EXPECT_EQ(calls(), (Calls{"delete Ethernet1 10", "create Ethernet1 10 5 1 1000 -> programmed"}));
-  w.segment("Ethernet1")
-      ->remoteEsiLabelIs(NoxTest::EsiWorld::tepOf(5),
-                         Evpn::EncapTypeLabel(Evpn::EncapType::mpls, Gantry::MplsLabel(1000)));
-  sm->handleLagPort(Gantry::IntfId("Ethernet1"));
-  EXPECT_TRUE(calls().empty());
-  EXPECT_TRUE(traced(capture.traced(), "already programmed"));
-
   w.labelIs("Ethernet1", 5, 1000, Evpn::EncapType::vxlan);
   EXPECT_EQ(calls(), (Calls{"delete Ethernet1 10"}));
   EXPECT_TRUE(traced(capture.traced(),
@@ -71,7 +61,7 @@ TEST_F(EsiSmTest, UnchangedLabelIsANoOpAndOnlyMplsLabelsAreProgrammed) {
 }
 
 TEST_F(EsiSmTest, ReviewYieldsAndResumesAfterTheInterval) {
-  sm = w.start();
+  sm = w.startEsi();
   w.helper->createEsiDataRcIs(Nox::notProgrammed);
   for (uint16_t vlan = 1; vlan <= 3; ++vlan) w.dfIs("Ethernet1", vlan, 5);
   w.labelIs("Ethernet1", 5, 1000);
@@ -88,12 +78,12 @@ TEST_F(EsiSmTest, ReviewYieldsAndResumesAfterTheInterval) {
 // in use takes a fresh id, while a machine built over present inputs programs what they say.
 // Once the inputs are gone again, the machine holds nothing.
 TEST_F(EsiSmTest, StartupEmptiesTheTableWalksTheInputsAndKeepsNothingOnceTheyGo) {
-  w.lagIs("Port-Channel1", {"Ethernet1", "Ethernet2"});
+  w.lag("Port-Channel1", {"Ethernet1", "Ethernet2"});
   w.dfIs("Port-Channel1", 10, 5);
   w.labelIs("Port-Channel1", 5, 1000);
   w.tunnels->tunnelIdToHwTunnelIdIs(
       Nox::TunnelIdToHwTunnelId(Nox::TunnelId(9), Nox::HwTunnelId(9)));
-  sm = w.start();
+  sm = w.startEsi();
   EXPECT_EQ(w.published(), (Lines{"5=1"}));
   EXPECT_EQ(esi(), (Lines{"Ethernet1 10 tunnel=5 hw=1 label=1000",
                           "Ethernet2 10 tunnel=5 hw=1 label=1000"}));
@@ -111,7 +101,7 @@ TEST_F(EsiSmTest, StartupEmptiesTheTableWalksTheInputsAndKeepsNothingOnceTheyGo)
 // and it leaves the list once programmed.
 TEST_F(EsiSmTest, PendingListsRefusedPairsAndTunnelsWithoutIdSinceTheirFirstFailure) {
   using Items = std::vector<Nox::PendingItem>;
-  sm = w.start();
+  sm = w.startEsi();
   w.advance(1.0);
   w.helper->createEsiDataRcIs(Nox::notProgrammed);
   w.dfIs("Ethernet1", 10, 5);
@@ -132,7 +122,7 @@ TEST_F(EsiSmTest, PendingListsRefusedPairsAndTunnelsWithoutIdSinceTheirFirstFail
 }
 
 TEST_F(EsiSmTest, TepOutsideTheTunnelIdRangeRaisesTheRangeError) {
-  sm = w.start();
+  sm = w.startEsi();
   auto segment = w.segment("Ethernet1");
   Gantry::IntfId const tooBig("Tunnel281474976710656");
   EXPECT_THROW(segment->designatedForwarderTepIs(Bridging::VlanId(10), tooBig),

@@ -48,6 +48,17 @@ TEST(FloodingStubTest, ExhaustedGetCountsAndCountsNotifyInTheirDocumentedOrder) 
             (std::vector<std::string>{"count label=1000", "release id=0", "release id=7"}));
 }
 
+// The scenarios read the decap stub's record before any port map is deleted.
+TEST(DecapStubTest, CountsDeletesAndKeepsTheLastArguments) {
+  auto const stub = NoxHelper::esiFilteringDecapHelperStubFactory("decap");
+  stub->deleteEsiPortMap(Gantry::MplsLabel(1000), IntfId("Ethernet1"));
+  stub->deleteEsiPortMap(Gantry::MplsLabel(3000), IntfId("Ethernet3"));
+  EXPECT_EQ(stub->deleteEsiPortMapCount(), 2u);
+  EXPECT_EQ(stub->deleteEsiPortMapLabel(), Gantry::MplsLabel(3000));
+  EXPECT_EQ(stub->deleteEsiPortMapIntfId(), IntfId("Ethernet3"));
+  EXPECT_EQ(stub->createEsiPortMapCount(), 0u);
+}
+
 // A call without a result, as a call whose result is 0.
 template <class F>
 std::function<uint64_t()> noResult(F call) {

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <sstream>
 
 #include "NoxEvpn/NoxCommon.h"
@@ -45,15 +44,6 @@ TEST(PendingBatches, EachEntryKeepsTheTimeOfTheBatchThatQueuedIt) {
   EXPECT_EQ(batches.since(3), 0.0);  // past the back
 }
 
-TEST(Keys, HashIsMurmurOfTheFieldHashes) {
-  Nox::IntfVlanKey k(IntfId("Ethernet4"), VlanId(100));
-  uint32_t parts[2] = {IntfId("Ethernet4").hash(), VlanId(100).hash()};
-  EXPECT_EQ(k.hash(), Vel::murmurHash3(parts, sizeof parts));
-  Nox::IntfTunnelKey t(IntfId("Ethernet4"), TunnelId(7));
-  uint32_t tparts[2] = {IntfId("Ethernet4").hash(), TunnelId(7).hash()};
-  EXPECT_EQ(t.hash(), Vel::murmurHash3(tparts, sizeof tparts));
-}
-
 TEST(Keys, TextFormsNameTypeAndFieldsInOrder) {
   Nox::IntfVlanTunnelKey k(IntfId("Port-Channel3"), VlanId(10), TunnelId(9));
   EXPECT_EQ(valueToStrep(k),
@@ -67,12 +57,9 @@ TEST(Keys, TextFormsNameTypeAndFieldsInOrder) {
             Nox::TunnelIdToHwTunnelId(TunnelId(5), Nox::HwTunnelId(601)));
 }
 
-TEST(HwProgrammingStatus, LooksUpByNumberAndNameAndPrintsItsName) {
-  EXPECT_EQ(Nox::HwProgrammingStatusInstance(2u), Nox::invalidHwId);
-  EXPECT_EQ(Nox::HwProgrammingStatusInstance(Vel::String("notProgrammed")), Nox::notProgrammed);
+// Names and numbers are read and printed in the scenarios (helper codes, hardware status).
+TEST(HwProgrammingStatus, AnUnknownNameIsARangeErrorAndTheTypeIsRegisteredWithItsNames) {
   EXPECT_THROW(Nox::HwProgrammingStatusInstance(Vel::String("programmd")), Vel::RangeException);
-  EXPECT_EQ(Nox::stringValue(Nox::programmed), "programmed");
-  EXPECT_EQ(valueToStrep(Nox::HwProgrammingStatusInstance(7u)), "7");
   auto const* t = Vel::TypeRegistry::lookup("Nox::HwProgrammingStatus");
   ASSERT_NE(t, nullptr);
   EXPECT_EQ(t->attributes().size(), 3u);

@@ -16,9 +16,7 @@ class Recorder : public Nox::TunnelIdToHwTunnelIdMapping::NotifieeConst {
  public:
   explicit Recorder(Vel::Ptr<Nox::TunnelIdToHwTunnelIdMapping const> const& m) : NotifieeConst(m) {}
   void onTunnelIdToHwTunnelId(TunnelId const& key) override { keys.push_back(key.value()); }
-  void onTunnelIdToHwTunnelId() override { ++collections; }
   std::vector<uint64_t> keys;
-  int collections = 0;
 };
 
 class TunnelTableTest : public ::testing::Test {
@@ -42,14 +40,6 @@ TEST_F(TunnelTableTest, DelAllDeletesInKeyOrderNotifyingAndCountingEachOnce) {
   EXPECT_EQ(table->tunnelIdToHwTunnelIds(), 0u);
 }
 
-// The whole-table notification, which a reader that fell behind its writer's log gets.
-TEST_F(TunnelTableTest, CollectionNotificationReachesTheWholeTableCallbackOnly) {
-  Recorder r(table);
-  table->tunnelIdToHwTunnelIdNotifyCollection();
-  EXPECT_EQ(r.collections, 1);
-  EXPECT_TRUE(r.keys.empty());
-}
-
 // The entity's own in-place path: the table publishes, the entity counts the write.
 TEST_F(TunnelTableTest, CommitPublishesAValueWrittenInPlace) {
   Recorder r(table);
@@ -60,10 +50,6 @@ TEST_F(TunnelTableTest, CommitPublishesAValueWrittenInPlace) {
   EXPECT_EQ(r.keys, (std::vector<uint64_t>{9}));
   EXPECT_EQ(counter("tunnelIdToHwTunnelIdIs"), 1u);
 }
-
-}  // namespace
-
-namespace {
 
 // A write that meets a damaged segment reports it to the table, then stops the process.
 TEST(TunnelTablePublishedDeathTest, CorruptSegmentOnWriteIsFatalWithTheTableServicesText) {
@@ -80,10 +66,6 @@ TEST(TunnelTablePublishedDeathTest, CorruptSegmentOnWriteIsFatalWithTheTableServ
       "man's land' failed");
   Kelp::unlinkTable(Kelp::tableName(prefix, "tunnelIdToHwTunnelId"));
 }
-
-}  // namespace
-
-namespace {
 
 // A writer entity published under a prefix of its own, and a reader entity mounting it by name in
 // the same process, as another agent would.

@@ -62,20 +62,15 @@ Contents churn(Write&& write, Remove&& remove, Collection&& collection) {
   Contents expected;
   for (std::uint64_t n = 1; n <= writes; ++n) {
     std::uint64_t const key = rng() % keySpace;
-    switch (rng() % 16) {
-      case 0:
-      case 1:
-      case 2:
-        remove(key);
-        expected.erase(key);
-        break;
-      case 3:
-        if (n % 8 == 0) collection();
-        [[fallthrough]];
-      default:
-        write(key, stampOf(key, n));
-        expected[key] = stampOf(key, n);
+    auto const roll = rng() % 16;
+    if (roll < 3) {
+      remove(key);
+      expected.erase(key);
+      continue;
     }
+    if (roll == 3 && n % 8 == 0) collection();
+    write(key, stampOf(key, n));
+    expected[key] = stampOf(key, n);
   }
   return expected;
 }

@@ -80,18 +80,12 @@ TEST_F(Corruption, EachKindOfDamageIsRaisedByTheReaderOperationThatMeetsItNaming
       // Slots of 2^29 words after a log of 2^63 bytes: sizes that wrap round to 8 KiB.
       {[](Injector& i) {
          resealGeometry(i, [](Layout::Geometry& g) {
-           g = Layout::Geometry{.version = Layout::version,
-                                .keyBytes = 0xFFFFFFF0,
-                                .valueBytes = 0,
-                                .keyWords = (1u << 29) - 2,
-                                .valueWords = 0,
-                                .slotWords = 1u << 29,
-                                .logWords = 1u << 29,
-                                .logCapacity = 1u << 31,
-                                .slotsOffset = Layout::logOffset + (Word{1} << 63),
-                                .incarnation = 0,
-                                .keyType = {},
-                                .valueType = {}};
+           g.keyBytes = 0xFFFFFFF0;
+           g.valueBytes = g.valueWords = 0;
+           g.keyWords = (1u << 29) - 2;
+           g.slotWords = g.logWords = 1u << 29;
+           g.logCapacity = 1u << 31;
+           g.slotsOffset = Layout::logOffset + (Word{1} << 63);
          });
          i.header().slotCapacity = Word{1} << 31;
        },

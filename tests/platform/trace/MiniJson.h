@@ -1,11 +1,13 @@
 #pragma once
 
 // A strict JSON reader for tests that check what the tools write: objects, arrays, strings
-// (with every escape, \u included), numbers, true, false, null. Throws on anything else.
+// (with every escape, \u included), numbers, true, false, null. Throws on anything else, so a
+// parse is itself the check that the output is valid JSON.
 
-#include <cstdlib>
+#include <algorithm>
+#include <charconv>
 #include <map>
-#include <memory>
+#include <regex>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -14,7 +16,6 @@
 namespace TraceTest {
 
 struct Json {
-  enum class Kind { null, boolean, number, string, array, object } kind = Kind::null;
   bool boolean = false;
   double number = 0;
   std::string string;
@@ -39,32 +40,18 @@ class JsonReader {
   [[noreturn]] void fail(char const* what) const {
     throw std::runtime_error(std::string(what) + " at byte " + std::to_string(at_));
   }
-  void space() {
-    while (at_ < s_.size() &&
-           (s_[at_] == ' ' || s_[at_] == '\n' || s_[at_] == '\t' || s_[at_] == '\r'))
-      ++at_;
-  }
+  void space() { at_ = std::min(s_.size(), s_.find_first_not_of(" \t\r\n", at_)); }
   bool take(char c) {
     space();
-    if (at_ < s_.size() && s_[at_] == c) return ++at_, true;
-    return false;
+    return at_ < s_.size() && s_[at_] == c && ++at_;
   }
   void expect(char c) {
     if (!take(c)) fail("unexpected byte");
   }
-  bool word(std::string_view w) {
-    if (s_.substr(at_, w.size()) != w) return false;
-    at_ += w.size();
-    return true;
-  }
+  bool word(std::string_view w) { return s_.substr(at_, w.size()) == w && (at_ += w.size()); }
   Json value() {
-    space();
     Json v;
-    if (at_ >= s_.size()) fail("end of text");
-    char const c = s_[at_];
-    if (c == '{') {
-      v.kind = Json::Kind::object;
-      ++at_;
+    if (take('{')) {
       if (take('}')) return v;
       do {
         space();
@@ -73,42 +60,29 @@ class JsonReader {
         v.object[std::move(key)] = value();
       } while (take(','));
       expect('}');
-    } else if (c == '[') {
-      v.kind = Json::Kind::array;
-      ++at_;
+    } else if (take('[')) {
       if (take(']')) return v;
       do v.array.push_back(value());
       while (take(','));
       expect(']');
-    } else if (c == '"') {
-      v.kind = Json::Kind::string;
+    } else if (at_ < s_.size() && s_[at_] == '"') {
       v.string = string();
-    } else if (word("true") || word("false")) {
-      v.kind = Json::Kind::boolean;
-      v.boolean = s_[at_ - 1] == 'e' && s_[at_ - 2] == 'u';
-    } else if (word("null")) {
-    } else {
-      v.kind = Json::Kind::number;
+    } else if (word("true")) {
+      v.boolean = true;
+    } else if (!word("false") && !word("null")) {
       v.number = number();
     }
     return v;
   }
   double number() {
-    std::size_t const start = at_;
-    if (at_ < s_.size() && s_[at_] == '-') ++at_;
-    auto digits = [&] {
-      std::size_t const from = at_;
-      while (at_ < s_.size() && s_[at_] >= '0' && s_[at_] <= '9') ++at_;
-      if (at_ == from) fail("digit expected");
-    };
-    digits();
-    if (at_ < s_.size() && s_[at_] == '.') ++at_, digits();
-    if (at_ < s_.size() && (s_[at_] == 'e' || s_[at_] == 'E')) {
-      ++at_;
-      if (at_ < s_.size() && (s_[at_] == '+' || s_[at_] == '-')) ++at_;
-      digits();
+    static std::regex const grammar(R"(-?(0|[1-9][0-9]*)(\.[0-9]+)?([eE][+-]?[0-9]+)?)");
+    std::match_results<std::string_view::const_iterator> m;
+    if (!std::regex_search(s_.begin() + at_, s_.end(), m, grammar,
+                           std::regex_constants::match_continuous)) {
+      fail("number expected");
     }
-    return std::strtod(std::string(s_.substr(start, at_ - start)).c_str(), nullptr);
+    at_ += m.length();
+    return std::stod(m.str());
   }
   std::string string() {
     if (at_ >= s_.size() || s_[at_] != '"') fail("string expected");
@@ -121,66 +95,29 @@ class JsonReader {
       if (c < 0x20) fail("raw control byte in string");
       if (c != '\\') {
         out += static_cast<char>(c);
-        continue;
-      }
-      if (at_ >= s_.size()) fail("unterminated escape");
-      char const e = s_[at_++];
-      switch (e) {
-        case '"':
-        case '\\':
-        case '/':
-          out += e;
-          break;
-        case 'b':
-          out += '\b';
-          break;
-        case 'f':
-          out += '\f';
-          break;
-        case 'n':
-          out += '\n';
-          break;
-        case 'r':
-          out += '\r';
-          break;
-        case 't':
-          out += '\t';
-          break;
-        case 'u':
-          out += unicode();
-          break;
-        default:
-          fail("bad escape");
+      } else if (at_ < s_.size() && s_[at_] == 'u') {
+        out += unicode();
+      } else {
+        std::string_view const escapes = "\"\\/bfnrt", meanings = "\"\\/\b\f\n\r\t";
+        auto const e = at_ < s_.size() ? escapes.find(s_[at_++]) : std::string_view::npos;
+        if (e == std::string_view::npos) fail("bad escape");
+        out += meanings[e];
       }
     }
   }
+  // "uXXXX", as UTF-8.
   std::string unicode() {
-    if (at_ + 4 > s_.size()) fail("short \\u escape");
     unsigned code = 0;
-    for (int i = 0; i < 4; ++i) {
-      char const h = s_[at_++];
-      code <<= 4;
-      if (h >= '0' && h <= '9')
-        code |= unsigned(h - '0');
-      else if (h >= 'a' && h <= 'f')
-        code |= unsigned(h - 'a' + 10);
-      else if (h >= 'A' && h <= 'F')
-        code |= unsigned(h - 'A' + 10);
-      else
-        fail("bad hex digit");
+    char const* const digits = s_.data() + at_ + 1;
+    if (at_ + 5 > s_.size() || std::from_chars(digits, digits + 4, code, 16).ptr != digits + 4) {
+      fail("bad \\u escape");
     }
-    std::string out;
-    if (code < 0x80) {
-      out += static_cast<char>(code);
-    } else if (code < 0x800) {
-      out += static_cast<char>(0xC0 | (code >> 6));
-      out += static_cast<char>(0x80 | (code & 0x3F));
-    } else {
-      out += static_cast<char>(0xE0 | (code >> 12));
-      out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (code & 0x3F));
-    }
-    return out;
+    at_ += 5;
+    auto const byte = [](unsigned b) { return static_cast<char>(b); };
+    if (code < 0x80) return std::string(1, byte(code));
+    if (code < 0x800) return {byte(0xC0 | (code >> 6)), byte(0x80 | (code & 0x3F))};
+    return {byte(0xE0 | (code >> 12)), byte(0x80 | ((code >> 6) & 0x3F)),
+            byte(0x80 | (code & 0x3F))};
   }
 
   std::string_view s_;

@@ -48,32 +48,26 @@ TEST(Dest, MalformedTextIsRefusedNamingTheWrongPart) {
   }
 }
 
-TEST(Dest, MplsDestinationsSharingTunnelAndLabelHashAlikeButDiffer) {
-  Dest a = parse("mpls/1/Tunnel5/1000");
-  Dest b = parse("mpls/2/Tunnel5/1000");
-  EXPECT_EQ(a.hash(), b.hash());
-  EXPECT_FALSE(a == b);
-  EXPECT_TRUE(a == parse("mpls/1/Tunnel05/1000"));
-  EXPECT_FALSE(a == parse("mpls/1/Tunnel5/1001"));
-}
-
-TEST(Dest, MplsHashIsOneAtATimeOverTunnelHashThenWangOfLabel) {
-  Dest d = parse("mpls/1/Tunnel5/1000");
+TEST(Dest, HashComesFromTheTypesDataOnlyAndEqualityFromIdTypeAndData) {
+  // mpls: one-at-a-time over the tunnel interface's hash, then Wang's hash of the label.
   Vel::OneAtATimeHash h;
   h.addLittleEndian32(Gantry::IntfId("Tunnel5").hash());
   h.addLittleEndian32(Vel::wangHash32(1000));
-  EXPECT_EQ(d.hash(), h.finish());
-}
-
-TEST(Dest, HashComesFromTheTypesDataOnly) {
+  Dest const a = parse("mpls/1/Tunnel5/1000");
+  EXPECT_EQ(a.hash(), h.finish());
+  EXPECT_EQ(parse("mpls/2/Tunnel5/1000").hash(), a.hash());
   EXPECT_EQ(parse("none/5").hash(), 0u);
-  EXPECT_TRUE(parse("none/5") == parse("none/5"));
-  EXPECT_FALSE(parse("none/5") == parse("none/6"));
   EXPECT_EQ(parse("intf/1/Ethernet3").hash(), Gantry::IntfId("Ethernet3").hash());
   EXPECT_EQ(parse("tunnel/1/Tunnel3").hash(), Gantry::IntfId("Tunnel3").hash());
   auto addr = Gantry::IpGenAddr::fromString("10.0.0.2");
   EXPECT_EQ(parse("vxlan/1/10.0.0.2").hash(), addr->asIp6().hash());
-  // Same id, different types: unequal.
+
+  EXPECT_TRUE(a == parse("mpls/1/Tunnel05/1000"));
+  EXPECT_FALSE(a == parse("mpls/2/Tunnel5/1000"));
+  EXPECT_FALSE(a == parse("mpls/1/Tunnel5/1001"));
+  EXPECT_TRUE(parse("none/5") == parse("none/5"));
+  EXPECT_FALSE(parse("none/5") == parse("none/6"));
+  // Same id, different types.
   EXPECT_FALSE(parse("intf/1/Ethernet1") == parse("tunnel/1/Tunnel1"));
 }
 

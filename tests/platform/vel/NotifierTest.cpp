@@ -10,9 +10,13 @@ using VelTest::Tree;
 using VelTest::TreeLog;
 using Log = std::vector<std::string>;
 
-TEST(Notification, NotifieesAreCalledInRegistrationOrderAfterTheChangeIsVisible) {
-  Vel::Ptr<Tree> tree(new Tree);
+class Notification : public ::testing::Test {
+ protected:
+  Vel::Ptr<Tree> tree{new Tree};
   Log log;
+};
+
+TEST_F(Notification, NotifieesAreCalledInRegistrationOrderAfterTheChangeIsVisible) {
   TreeLog first(tree, &log, "a:");
   TreeLog second(tree, &log, "b:");
   struct Checker : Tree::NotifieeConst {
@@ -25,9 +29,7 @@ TEST(Notification, NotifieesAreCalledInRegistrationOrderAfterTheChangeIsVisible)
   EXPECT_EQ(checker.seen, "x");
 }
 
-TEST(Notification, InactiveNotifieeHearsNothingUntilReactivated) {
-  Vel::Ptr<Tree> tree(new Tree);
-  Log log;
+TEST_F(Notification, InactiveNotifieeHearsNothingUntilReactivated) {
   TreeLog n(tree, &log);
   n.hasNotificationActiveIs(false);
   tree->labelIs("x");
@@ -37,9 +39,7 @@ TEST(Notification, InactiveNotifieeHearsNothingUntilReactivated) {
   EXPECT_EQ(log, (Log{"label"}));
 }
 
-TEST(Notification, NotifieeDestroyedInsideCallbackIsSkippedAndOthersStillHear) {
-  Vel::Ptr<Tree> tree(new Tree);
-  Log log;
+TEST_F(Notification, NotifieeDestroyedInsideCallbackIsSkippedAndOthersStillHear) {
   auto victim = std::make_unique<TreeLog>(tree, &log, "victim:");
   struct Killer : Tree::NotifieeConst {
     Killer(Vel::Ptr<Tree const> t, std::unique_ptr<TreeLog>* v) : NotifieeConst(t), v_(v) {}
@@ -61,9 +61,7 @@ TEST(Notification, NotifieeDestroyedInsideCallbackIsSkippedAndOthersStillHear) {
   EXPECT_EQ(tree->notifiees(), 2u);
 }
 
-TEST(Notification, NotifieeRegisteredDuringCallbackHearsOnlyLaterChanges) {
-  Vel::Ptr<Tree> tree(new Tree);
-  Log log;
+TEST_F(Notification, NotifieeRegisteredDuringCallbackHearsOnlyLaterChanges) {
   std::unique_ptr<TreeLog> born;
   struct Spawner : Tree::NotifieeConst {
     Spawner(Vel::Ptr<Tree const> t, std::unique_ptr<TreeLog>* b, Log* l)
@@ -80,22 +78,17 @@ TEST(Notification, NotifieeRegisteredDuringCallbackHearsOnlyLaterChanges) {
   EXPECT_EQ(log, (Log{"born:label"}));
 }
 
-TEST(Notification, WeakNotifieeIsDetachedWhenNotifierDiesFirst) {
-  Log log;
-  auto* tree = new Tree;
-  Vel::Ptr<Tree> owner(tree);
+TEST_F(Notification, WeakNotifieeIsDetachedWhenNotifierDiesFirst) {
   TreeLog n(nullptr, &log);
-  n.notifierIsWeak(tree);
+  n.notifierIsWeak(tree.ptr());
   tree->labelIs("x");
   EXPECT_EQ(log.size(), 1u);
-  owner = nullptr;
+  tree = nullptr;
   EXPECT_FALSE(n.isAttached());
   EXPECT_EQ(n.notifier(), nullptr);
 }
 
-TEST(Notification, NotifieeKeepsItsNotifierAliveUntilItGoes) {
-  Log log;
-  Vel::Ptr<Tree> tree(new Tree);
+TEST_F(Notification, NotifieeKeepsItsNotifierAliveUntilItGoes) {
   auto n = std::make_unique<TreeLog>(tree, &log);
   Tree const* raw = tree.ptr();
   tree = nullptr;
@@ -104,17 +97,15 @@ TEST(Notification, NotifieeKeepsItsNotifierAliveUntilItGoes) {
   n.reset();  // the last reference goes with the notifiee, which left the list first
 }
 
-TEST(Notification, RetargetingMovesTheNotifieeToTheNewNotifier) {
-  Log log;
-  Vel::Ptr<Tree> a(new Tree);
-  Vel::Ptr<Tree> b(new Tree);
-  TreeLog n(a, &log);
-  n.notifierIs(b);
-  a->labelIs("x");
+TEST_F(Notification, RetargetingMovesTheNotifieeToTheNewNotifier) {
+  Vel::Ptr<Tree> other(new Tree);
+  TreeLog n(tree, &log);
+  n.notifierIs(other);
+  tree->labelIs("x");
   EXPECT_TRUE(log.empty());
-  b->labelIs("x");
+  other->labelIs("x");
   EXPECT_EQ(log, (Log{"label"}));
-  EXPECT_EQ(a->notifiees(), 0u);
+  EXPECT_EQ(tree->notifiees(), 0u);
 }
 
 }  // namespace

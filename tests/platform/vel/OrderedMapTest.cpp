@@ -241,7 +241,7 @@ TEST(OrderedMap, OutgrownIndexesHoldLaterMembersAndEveryPageComesBack) {
 
 // A map of a few hundred members (the destinations using one tunnel) holds little more room than
 // it uses: the last chunk grows as the members come instead of being as large as all before it.
-// Values and order survive the moves of a growing chunk.
+// (Values and order through the moves of a growing chunk are the random runs'.)
 TEST(OrderedMap, MiddlingMapsHoldLittleMoreThanTheirMembers) {
   Vel::OrderedMap<int, int> map;
   for (int k = 0; k < 4000; ++k) {
@@ -249,18 +249,13 @@ TEST(OrderedMap, MiddlingMapsHoldLittleMoreThanTheirMembers) {
     ASSERT_LE(map.capacity(), std::max<std::size_t>(16, std::size_t(k + 1) * 3 / 2))
         << "at " << k + 1 << " members";
   }
-  int expected = 0;
-  for (auto [key, value] : map) {
-    ASSERT_EQ(key, expected);
-    ASSERT_EQ(value, -expected++);
-  }
-  EXPECT_EQ(expected, 4000);
 }
 
 // Values that own something: each member holds one reference to a shared token, so the token's
 // count tells how many values are alive. Moves of the first chunk as it grows, chunks added and
 // dropped (some of them mapped on their own), reclamation sliding members down, and clearing must
-// neither lose a value without releasing it nor release one twice.
+// neither lose a value without releasing it nor release one twice. (Order and lookups through
+// the same moves are the random runs'.)
 TEST(OrderedMap, EveryValueIsReleasedOnceThroughGrowthReclamationAndClear) {
   auto const token = std::make_shared<int>(0);
   Vel::OrderedMap<int, std::shared_ptr<int>> map;
@@ -271,11 +266,6 @@ TEST(OrderedMap, EveryValueIsReleasedOnceThroughGrowthReclamationAndClear) {
   EXPECT_EQ(heldByMap(), 1000u);
   for (int k = 12000; k < 15000; ++k) map.tryEmplace(k, token);
   EXPECT_EQ(heldByMap(), 4000u);
-  int expected = 11000;
-  for (auto [key, value] : map) {
-    ASSERT_EQ(key, expected++);
-    ASSERT_EQ(value, token);
-  }
   map.clear();
   EXPECT_EQ(heldByMap(), 0u);
   // A map of a few members squeezes out its dead ones when its slots run out.
@@ -284,9 +274,6 @@ TEST(OrderedMap, EveryValueIsReleasedOnceThroughGrowthReclamationAndClear) {
   EXPECT_EQ(heldByMap(), 4u);
   for (int k = 8; k < 12; ++k) map.tryEmplace(k, token);
   EXPECT_EQ(heldByMap(), 8u);
-  std::vector<int> keys;
-  for (auto [key, value] : map) keys.push_back(key);
-  EXPECT_EQ(keys, (std::vector<int>{1, 3, 5, 7, 8, 9, 10, 11}));
 }
 
 }  // namespace

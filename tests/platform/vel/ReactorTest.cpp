@@ -65,16 +65,6 @@ TEST(ReactorCollection, HandlerSeesDepartedMemberThroughItsReactorBeforeTheReact
   EXPECT_EQ(m->leafs(), 0u);
 }
 
-TEST(ReactorCollection, ConstructionWatchesMembersAlreadyPresent) {
-  Vel::Ptr<Tree> tree(new Tree);
-  tree->leafIs(2);
-  tree->leafIs(3);
-  Vel::Ptr<Mirror> m(new Mirror(tree));
-  EXPECT_EQ(m->leafs(), 2u);
-  tree->leaf(3)->tagIs(1, true);
-  EXPECT_EQ(m->log_, (Log{"tag 1"}));
-}
-
 TEST(ReactorCollection, NullMemberRaisesRangeErrorNamingCollectionAndOwner) {
   Vel::Ptr<Tree> tree(new Tree);
   Vel::Ptr<Mirror> m(new Mirror(tree));

@@ -39,7 +39,10 @@ TEST(HostileInput, HelpGoesToStandardOutputAndBadOptionsAreRefused) {
     EXPECT_EQ(bad.status, exitSyntax) << prefix;
     EXPECT_THAT(bad.err, HasSubstr("--shm: bad prefix")) << prefix;
   }
-  EXPECT_EQ(run("", {"--keep-shm"}).status, exitSyntax);
+  for (auto const& bad :
+       std::vector<std::vector<char const*>>{{"--keep-shm"}, {"--trace", "10"}, {"--bogus"}}) {
+    EXPECT_EQ(run("", bad).status, exitSyntax) << bad[0];
+  }
   EXPECT_THAT(run("advance 10000000000\n", {}).err, HasSubstr("beyond the horizon"));
   EXPECT_EQ(run("advance 1000000001\n", {}).status, exitSyntax);
   EXPECT_EQ(run("advance 1000000000\n", {}).status, exitOk);
